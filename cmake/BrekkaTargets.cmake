@@ -1,0 +1,32 @@
+# Compiler settings that all of our targets share, and the two kinds of target there are.
+
+add_library(brekka_options INTERFACE)
+target_compile_definitions(brekka_options INTERFACE
+    QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING QT_NO_FOREACH QT_DEPRECATED_WARNINGS)
+target_compile_options(brekka_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+    $<$<BOOL:${BREKKA_WERROR}>:-Werror>)
+if(BREKKA_SANITIZE)
+    target_compile_options(brekka_options INTERFACE
+        -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    target_link_options(brekka_options INTERFACE -fsanitize=address,undefined)
+endif()
+
+# One library for each folder. Includes go by file name, and a folder's path is only known to the
+# targets that link it, so an include against the direction of the arrows does not compile.
+function(brekka_library name)
+    add_library(${name} STATIC ${ARGN})
+    target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(${name} PRIVATE brekka_options)
+endfunction()
+
+# A test program, run by ctest without a display.
+#   brekka_test(tst_name SOURCES file... LIBS target...)
+function(brekka_test name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE brekka_options ${ARG_LIBS} Qt5::Test)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES
+        TIMEOUT 300
+        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_FORCE_STDERR_LOGGING=1;LC_ALL=C.UTF-8;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0;UBSAN_OPTIONS=print_stacktrace=1")
+endfunction()

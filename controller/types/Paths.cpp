@@ -1,0 +1,51 @@
+#include "Paths.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QRegularExpression>
+#include <QStringList>
+
+QString Paths::inFolder(const QString &folder, const QString &relative)
+{
+#ifdef Q_OS_WIN
+    return folder + QDir::separator() + relative;
+#else
+    static const QRegularExpression backslashes(QStringLiteral("\\\\+"));
+    QString native = relative;
+    native.replace(backslashes, QStringLiteral("/"));
+    return folder + QDir::separator() + native;
+#endif
+}
+
+bool Paths::staysInside(const QString &relative)
+{
+    QString path = relative;
+    path.replace(QLatin1Char('\\'), QLatin1Char('/'));
+    if (path.isEmpty() || path.startsWith(QLatin1Char('/')))
+        return false;
+    // A colon names a drive at the start and an alternate data stream elsewhere.
+    if (path.contains(QLatin1Char(':')) || path.contains(QChar::Null))
+        return false;
+
+    int depth = 0;
+    const QStringList parts = path.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    for (const QString &part : parts) {
+        if (part == QLatin1String(".."))
+            --depth;
+        else if (part != QLatin1String("."))
+            ++depth;
+        if (depth < 0)
+            return false;
+    }
+    return depth > 0;
+}
+
+QString Paths::downloadFolder()
+{
+    return inFolder(QCoreApplication::applicationDirPath(), QStringLiteral("plugins"));
+}
+
+QString Paths::packageFile()
+{
+    return inFolder(downloadFolder(), QStringLiteral("pluginsconfig"));
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+
+/// Paths that the program builds. On Windows they are spelled with the backslashes that the game's
+/// and the program's own records hold; elsewhere the same places are addressed with slashes.
+namespace Paths
+{
+/// \a folder, the native separator and \a relative. On Windows \a relative stays as it is; elsewhere
+/// its backslashes, single or doubled, count as separators, because a plugin's file list is written
+/// for Windows.
+QString inFolder(const QString &folder, const QString &relative);
+
+/// Whether \a relative, joined to a folder, addresses something below that folder: it is not empty,
+/// not absolute, has no drive letter and does not climb out with parent-folder components. Both
+/// kinds of slash count as separators on every platform.
+bool staysInside(const QString &relative);
+
+/// The folder that downloads go to, below the program's own folder.
+QString downloadFolder();
+
+/// The file that every downloaded package is saved as; it has no extension.
+QString packageFile();
+} // namespace Paths

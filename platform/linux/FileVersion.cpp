@@ -1,0 +1,6 @@
+#include "FileVersion.h"
+
+std::string fileVersion(const std::string &)
+{
+    return {};
+}

@@ -1,0 +1,6 @@
+#include "GameRegistration.h"
+
+QVariant GameRegistration::installLocation() const
+{
+    return {};
+}

@@ -1,0 +1,44 @@
+# Shared by the scripts; source it. Sets $root to the project's folder.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# What building and running need, what the tests need on top.
+build_packages=(g++ cmake make pkg-config qtbase5-dev qtbase5-private-dev fonts-noto-cjk)
+run_packages=(busybox curl zip unzip)
+test_packages=(zip unzip)
+
+fail() {
+    printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+    exit 1
+}
+
+# install_packages PACKAGE... : installs those that are missing, as root or through sudo. Without
+# either it prints the exact list and stops; without apt-get it prints the list and carries on.
+install_packages() {
+    local missing=() package
+    if ! command -v apt-get >/dev/null; then
+        printf 'No apt-get here; these packages, or what your distribution calls them, are needed: %s\n' "$*"
+        return
+    fi
+    for package in "$@"; do
+        [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    local as_root=()
+    if [ "$(id -u)" != 0 ]; then
+        command -v sudo >/dev/null || fail "missing packages, install them first: ${missing[*]}"
+        as_root=(sudo)
+    fi
+    printf 'Installing: %s\n' "${missing[*]}"
+    "${as_root[@]}" apt-get update -qq || true
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
+        >"${TMPDIR:-/tmp}/brekka-apt.log" 2>&1 || {
+        cat "${TMPDIR:-/tmp}/brekka-apt.log" >&2
+        fail "could not install: ${missing[*]}"
+    }
+}
+
+# build PRESET : configures and builds a preset with all cores.
+build() {
+    (cd "$root" && cmake --preset "$1" >/dev/null && cmake --build --preset "$1" -j "$(nproc)")
+}
