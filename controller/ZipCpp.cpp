@@ -9,6 +9,7 @@
 #include <QVector>
 
 #include <private/qzipreader_p.h>
+#include <zlib.h>
 
 namespace
 {
@@ -37,6 +38,12 @@ void unpackFolder(const Entry &entry, const QString &destination)
     makeFolder(QDir::cleanPath(Paths::inFolder(destination, entry.filePath)));
 }
 
+bool isWhole(const QByteArray &data, const Entry &entry)
+{
+    const auto *bytes = reinterpret_cast<const Bytef *>(data.constData());
+    return data.size() == entry.size && crc32(0, bytes, uInt(data.size())) == entry.crc;
+}
+
 bool unpackFile(QZipReader &archive, const Entry &entry, const QString &target)
 {
     qDebug() << "extract file:" << target;
@@ -44,10 +51,11 @@ bool unpackFile(QZipReader &archive, const Entry &entry, const QString &target)
     qDebug() << "extract file path:" << folder;
     makeFolder(folder);
 
-    // The reader answers a damaged, encrypted or unsupported entry, or one whose name it has
-    // altered, with fewer bytes than announced. That must show before the target is truncated.
+    // The reader answers an encrypted or unsupported entry, or one whose name it has altered, with
+    // fewer bytes than announced, and a damaged one with any bytes at all. That must show before the
+    // target is truncated.
     const QByteArray data = archive.fileData(entry.filePath);
-    if (data.size() != entry.size) {
+    if (!isWhole(data, entry)) {
         qDebug() << "extract file damaged:" << target << data.size() << entry.size;
         return false;
     }

@@ -68,3 +68,5 @@ private:
     QMap<QString, QVector<HttpAnswer>> m_scripts;
     QVector<HttpRecord> m_requests;
 };
+
+Q_DECLARE_METATYPE(HttpAnswer)
