@@ -1,1 +1,78 @@
-int main() { return 0; }
+#include "MainController.h"
+#include "MainWindow.h"
+#include "RecevieSecondProcessMsg.h"
+#include "SingleApplication.h"
+
+#include <QCommandLineParser>
+#include <QDebug>
+#include <QTextCodec>
+
+namespace
+{
+constexpr int StartUpTimeout = 1000;   // milliseconds, to announce this start to the running copy
+constexpr int HandOverTimeout = 10000; // milliseconds, to hand over the command line
+
+/// What has to be settled before there is an application object.
+void setPlatformDefaults()
+{
+    Q_INIT_RESOURCE(brekka); // sits in a static library
+    qputenv("QT_ENABLE_HIGHDPI_SCALING", "1");
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling, true);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps, true);
+    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(
+        Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+    QCoreApplication::setAttribute(Qt::AA_DontCreateNativeWidgetSiblings, true);
+}
+
+int runSecondary(SingleApplication &application)
+{
+    qDebug() << "i am the second process exit";
+    const QByteArray commandLine = QCoreApplication::arguments().join(QLatin1Char(' ')).toUtf8();
+    application.sendToPrimary(commandLine, HandOverTimeout);
+    qDebug() << "App already running.";
+    qDebug() << "Primary instance PID: " << application.primaryProcessId();
+    qDebug() << "Primary instance user: " << application.primaryUserName();
+    return 0;
+}
+
+int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver)
+{
+    qDebug() << "i am the first process";
+    QObject::connect(&application, &SingleApplication::receivedMessage, &receiver,
+                     &RecevieSecondProcessMsg::receivedMessage);
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QString());
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption silentOption({QStringLiteral("s"), QStringLiteral("slient start")});
+    const QCommandLineOption uninstallOption({QStringLiteral("u"), QStringLiteral("uninstall")});
+    parser.addOption(silentOption);
+    parser.addOption(uninstallOption);
+    parser.process(application);
+
+    MainWindow window;
+    receiver.setMainWindow(&window);
+    MainController *controller = MainController::instance();
+    if (parser.isSet(uninstallOption)) {
+        controller->UnInstallPlugins();
+        return 0;
+    }
+    if (!parser.isSet(silentOption))
+        window.show();
+    return QCoreApplication::exec();
+}
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    setPlatformDefaults();
+    SingleApplication application(argc, argv, true, SingleApplication::NotifyOnSecondary,
+                                  StartUpTimeout, QString());
+    RecevieSecondProcessMsg receiver(nullptr);
+    if (application.isSecondaryInstance())
+        return runSecondary(application);
+    return runPrimary(application, receiver);
+}

@@ -2,9 +2,8 @@
 
 #include <QByteArray>
 #include <QMap>
-#include <QUrl>
-
 #include <QNetworkAccessManager>
+#include <QUrl>
 
 /// What a client is asked to send; a plain value.
 struct HttpRequest {
@@ -15,6 +14,6 @@ struct HttpRequest {
     QByteArray body;
     /// When not 0, the first byte of the resource that is asked for.
     uint offset = 0;
-    /// When not empty, sent in place of the client's default headers.
+    /// When not empty, sent in place of the client's default headers, with this request only.
     QMap<QByteArray, QByteArray> headers;
 };

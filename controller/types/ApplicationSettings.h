@@ -32,16 +32,16 @@ constexpr int DefaultInterval = 300;
 struct settings {
     settings();
 
-    QString game;                     ///< the game folder; empty when none is set
-    QString pver;                     ///< version text of the installed plugin
-    QString updatedate;               ///< date of the installed plugin
-    QString PluginSupportGameVersion; ///< game version that the plugin supports
-    QString packagecheck;             ///< MD5 of the installed package
-    PluginFileList plugins;           ///< the installed files and their checksums
-    bool autorun = false;             ///< start at logon
-    bool lastcheckret = false;        ///< the last verification found every file right
+    QString game;                      ///< the game folder; empty when none is set
+    QString pver;                      ///< version text of the installed plugin
+    QString updatedate;                ///< date of the installed plugin
+    QString PluginSupportGameVersion;  ///< game version that the plugin supports
+    QString packagecheck;              ///< MD5 of the installed package
+    PluginFileList plugins;            ///< the installed files and their checksums
+    bool autorun = false;              ///< start at logon
+    bool lastcheckret = false;         ///< the last verification found every file right
     bool pluginloaderplayopen = false; ///< replay upload
-    int interval = 0;                 ///< seconds between two automatic checks
+    int interval = 0;                  ///< seconds between two automatic checks
 };
 } // namespace ApplicationSettings
 

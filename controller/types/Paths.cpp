@@ -49,3 +49,13 @@ QString Paths::packageFile()
 {
     return inFolder(downloadFolder(), QStringLiteral("pluginsconfig"));
 }
+
+QString Paths::updaterProgram()
+{
+#ifdef Q_OS_WIN
+    const QString name = QStringLiteral("BrekkaUpdater.exe");
+#else
+    const QString name = QStringLiteral("BrekkaUpdater");
+#endif
+    return inFolder(QCoreApplication::applicationDirPath(), name);
+}

@@ -6,9 +6,9 @@
 /// and the program's own records hold; elsewhere the same places are addressed with slashes.
 namespace Paths
 {
-/// \a folder, the native separator and \a relative. On Windows \a relative stays as it is; elsewhere
-/// its backslashes, single or doubled, count as separators, because a plugin's file list is written
-/// for Windows.
+/// \a folder, the native separator and \a relative. On Windows \a relative stays as it is;
+/// elsewhere its backslashes, single or doubled, count as separators, because a plugin's file list
+/// is written for Windows.
 QString inFolder(const QString &folder, const QString &relative);
 
 /// Whether \a relative, joined to a folder, addresses something below that folder: it is not empty,
@@ -21,4 +21,7 @@ QString downloadFolder();
 
 /// The file that every downloaded package is saved as; it has no extension.
 QString packageFile();
+
+/// The updater beside the program, which is what the system starts at logon.
+QString updaterProgram();
 } // namespace Paths

@@ -1,0 +1,84 @@
+#include "CheckPluginFile.h"
+
+#include "Paths.h"
+#include "PluginFileList.h"
+
+#include <QCryptographicHash>
+#include <QDebug>
+#include <QFile>
+#include <QFileInfo>
+
+CheckPluginFile::CheckPluginFile(QObject *parent) : QObject(parent) {}
+
+void CheckPluginFile::CheckFileMd5(QString strMd5, QString FilePath)
+{
+    qDebug() << "CheckFileMd5" << FilePath << " md5::" << strMd5;
+    bool right = false;
+    if (QFileInfo::exists(FilePath)) {
+        const QString md5 = GetFileMd5(FilePath);
+        right = md5 == strMd5;
+        qDebug() << "out:" << md5;
+        qDebug() << "CheckFileMd5" << right;
+    }
+    emit ReturnFileIsRight(FilePath, right);
+}
+
+void CheckPluginFile::CheckFilesMd5(QString strGamePath, QVariant value)
+{
+    const BadFile bad = firstBadFile(strGamePath, value);
+    if (bad.path.isEmpty()) {
+        emit ReturnPluginsCheckResult(strGamePath, true);
+        return;
+    }
+    qDebug() << "plugin file md5 not matach" << bad.path << bad.md5;
+    emit ReturnPluginsCheckResult(bad.path, false);
+}
+
+void CheckPluginFile::OnAutoUpdateCheckFilesMd5(QString strGamePath, QVariant value)
+{
+    const BadFile bad = firstBadFile(strGamePath, value);
+    const bool right = bad.path.isEmpty();
+    emit ReturnAutoUpdatePluginsCheckResult(right ? strGamePath : bad.path, right);
+}
+
+CheckPluginFile::BadFile CheckPluginFile::firstBadFile(const QString &gamePath,
+                                                       const QVariant &value) const
+{
+    const auto files = value.value<PluginFileList>();
+    for (auto file = files.begin(); file != files.end(); ++file) {
+        if (file.key().contains(QLatin1String("xml")))
+            continue;
+        const QString path = Paths::inFolder(gamePath, file.key());
+        qDebug() << "plugin file md5" << path;
+        const QString md5 = GetFileMd5(path);
+        if (md5 != file.value())
+            return {path, md5};
+    }
+    return {};
+}
+
+QString CheckPluginFile::GetFileMd5(const QString &path) const
+{
+    constexpr qint64 ChunkSize = 10240;
+    char chunk[ChunkSize];
+
+    qint64 remaining = QFileInfo(path).size();
+    QFile file(path);
+    // The chunks are large enough without the file object's own buffer in between.
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        qDebug() << "plugin filemd5 open " << path << " failed";
+        return {};
+    }
+    QCryptographicHash hash(QCryptographicHash::Md5);
+    while (remaining > 0) {
+        const qint64 length = file.read(chunk, qMin(remaining, ChunkSize));
+        if (length < 1)
+            break;
+        hash.addData(chunk, int(length));
+        remaining -= length;
+    }
+    file.close();
+    const QString md5 = QString::fromLatin1(hash.result().toHex());
+    qDebug() << "plugin file path:" << path << "md5" << md5;
+    return md5;
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "ErrorCode.h"
+
+#include <QObject>
+#include <QString>
+
+/// Unpacks a zip package into a folder.
+///
+/// Lives on the worker thread and blocks it until the archive is handled. Every OnUnzipFile is
+/// answered by exactly one OnExtractingResult, and that comes last. Nothing is rolled back: after a
+/// failure the entries before it stay on disk.
+class ZipCpp : public QObject
+{
+    Q_OBJECT
+public:
+    explicit ZipCpp(QObject *parent = nullptr);
+
+public slots:
+    /// Unpacks the archive at \a strZipFile below \a strDestPath, replacing files that are there.
+    /// An archive with an entry that would land outside is refused before anything is written.
+    void OnUnzipFile(QString strZipFile, QString strDestPath);
+
+signals:
+    /// Full path of a file just written.
+    void OnExtractingFileName(QString strFileName);
+    /// Always 100; sent once, before the first entry.
+    void OnExtractingRange(qulonglong uSize);
+    /// Progress after each entry, in percent, 0 to 100.
+    void OnExtractCompleteValue(qulonglong uSize);
+    /// The archive as it was named, and SUCCESS or FILE_OPEN_FAILED.
+    void OnExtractingResult(QString archive_filename, EC::ErrorCode ec);
+
+private:
+    EC::ErrorCode unpack(const QString &zipFile, const QString &destination);
+};

@@ -1,0 +1,87 @@
+#include "Http.h"
+
+#include "NetworkHttpReply.h"
+
+#include <QDebug>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+namespace
+{
+int defaultReadTimeout = 10000;
+constexpr int DefaultMaxRetries = 3;
+
+const QMap<QByteArray, QByteArray> &defaultRequestHeaders()
+{
+    static const QMap<QByteArray, QByteArray> headers{{"Accept-Charset", "utf-8"},
+                                                      {"Connection", "Keep-Alive"}};
+    return headers;
+}
+} // namespace
+
+Http::Http()
+    : m_requestHeaders(defaultRequestHeaders())
+    , m_readTimeout(defaultReadTimeout)
+    , m_maxRetries(DefaultMaxRetries)
+{
+}
+
+Http &Http::instance()
+{
+    static Http http;
+    return http;
+}
+
+void Http::setDefaultReadTimeout(int ms)
+{
+    defaultReadTimeout = ms;
+}
+
+QNetworkAccessManager &Http::accessManager()
+{
+    thread_local QNetworkAccessManager *const manager = new QNetworkAccessManager;
+    return *manager;
+}
+
+HttpReply *Http::get(const QUrl &url)
+{
+    return request(url, QNetworkAccessManager::GetOperation, QByteArray(), 0);
+}
+
+HttpReply *Http::request(const QUrl &url, int operation, const QByteArray &body, uint offset)
+{
+    return request(HttpRequest{url, operation, body, offset, {}});
+}
+
+HttpReply *Http::request(const HttpRequest &req)
+{
+    return new NetworkHttpReply(req, *this);
+}
+
+QNetworkReply *Http::networkReply(const HttpRequest &req)
+{
+    QNetworkRequest request(req.url);
+    const QMap<QByteArray, QByteArray> &headers =
+        req.headers.isEmpty() ? m_requestHeaders : req.headers;
+    for (auto it = headers.cbegin(); it != headers.cend(); ++it)
+        request.setRawHeader(it.key(), it.value());
+    if (req.offset != 0)
+        request.setRawHeader("Range", QStringLiteral("bytes=%1-").arg(req.offset).toLatin1());
+
+    QNetworkAccessManager &manager = accessManager();
+    switch (req.operation) {
+    case QNetworkAccessManager::HeadOperation:
+        return manager.head(request);
+    case QNetworkAccessManager::GetOperation:
+        return manager.get(request);
+    case QNetworkAccessManager::PutOperation:
+        return manager.put(request, req.body);
+    case QNetworkAccessManager::PostOperation:
+        return manager.post(request, req.body);
+    case QNetworkAccessManager::DeleteOperation:
+        return manager.deleteResource(request);
+    default:
+        qWarning() << "Unknown operation:" << req.operation;
+        return nullptr;
+    }
+}

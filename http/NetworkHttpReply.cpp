@@ -1,0 +1,190 @@
+#include "NetworkHttpReply.h"
+
+#include "Http.h"
+
+#include <QDebug>
+#include <QTimer>
+
+NetworkHttpReply::NetworkHttpReply(const HttpRequest &req, Http &client)
+    : m_client(client)
+    , m_request(req)
+    , m_readTimeoutTimer(new QTimer(this))
+{
+    if (m_request.url.isEmpty())
+        qWarning() << "Empty URL";
+
+    m_readTimeoutTimer->setSingleShot(true);
+    m_readTimeoutTimer->setInterval(m_client.readTimeout());
+    connect(m_readTimeoutTimer, &QTimer::timeout, this, &NetworkHttpReply::readTimeout,
+            Qt::UniqueConnection);
+    if (send(m_request))
+        return;
+
+    // With nothing on its way the reply has no network reply to belong to; the manager keeps it in
+    // case that the event loop never gets to announce the failure.
+    setParent(&Http::accessManager());
+    QMetaObject::invokeMethod(this, &NetworkHttpReply::emitError, Qt::QueuedConnection);
+}
+
+QUrl NetworkHttpReply::url() const
+{
+    return m_networkReply ? m_networkReply->url() : m_request.url;
+}
+
+int NetworkHttpReply::statusCode() const
+{
+    if (!m_networkReply || m_broken)
+        return 0;
+    return m_networkReply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+QString NetworkHttpReply::reasonPhrase() const
+{
+    if (!m_networkReply || m_broken)
+        return QString();
+    return m_networkReply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
+}
+
+QList<QPair<QByteArray, QByteArray>> NetworkHttpReply::headers() const
+{
+    return m_networkReply ? m_networkReply->rawHeaderPairs() : HttpReply::headers();
+}
+
+QByteArray NetworkHttpReply::header(const QByteArray &name) const
+{
+    return m_networkReply ? m_networkReply->rawHeader(name) : HttpReply::header(name);
+}
+
+QByteArray NetworkHttpReply::body() const
+{
+    return m_bytes;
+}
+
+bool NetworkHttpReply::send(const HttpRequest &req)
+{
+    QNetworkReply *const attempt = m_client.networkReply(req);
+    if (!attempt)
+        return false;
+    setParent(attempt);
+    m_networkReply = attempt;
+    connect(attempt, &QNetworkReply::errorOccurred, this, &NetworkHttpReply::replyError,
+            Qt::UniqueConnection);
+    connect(attempt, &QNetworkReply::finished, this, &NetworkHttpReply::replyFinished,
+            Qt::UniqueConnection);
+    connect(attempt, &QNetworkReply::downloadProgress, this, &NetworkHttpReply::downloadProgress,
+            Qt::UniqueConnection);
+    m_readTimeoutTimer->start();
+    return true;
+}
+
+bool NetworkHttpReply::isIdempotent() const
+{
+    const auto operation = m_networkReply->operation();
+    return operation == QNetworkAccessManager::GetOperation ||
+           operation == QNetworkAccessManager::HeadOperation;
+}
+
+void NetworkHttpReply::downloadProgress(qint64 bytesReceived, qint64)
+{
+    if (bytesReceived <= 0 || !m_readTimeoutTimer->isActive())
+        return;
+    m_readTimeoutTimer->stop();
+    disconnect(m_networkReply, &QNetworkReply::downloadProgress, this, nullptr);
+}
+
+void NetworkHttpReply::readTimeout()
+{
+    qDebug() << "Timeout" << m_request.url;
+    if (!m_networkReply)
+        return;
+
+    const bool retry = isIdempotent() && m_retryCount < m_client.maxRetries();
+    QNetworkReply *const attempt = m_networkReply;
+    settle();
+    attempt->abort();
+    if (!retry) {
+        m_broken = true;
+        return emitError();
+    }
+    ++m_retryCount;
+    send(m_request);
+    attempt->deleteLater();
+}
+
+void NetworkHttpReply::replyError(QNetworkReply::NetworkError)
+{
+    const int status = statusCode();
+    // One more retry than after time-outs: a server that answers is expected back soon.
+    const bool retry =
+        m_retryCount <= m_client.maxRetries() && status >= 500 && status <= 599 && isIdempotent();
+    if (!retry) {
+        // The connection broke within a good answer's body. Half a document must not look like a
+        // whole one, and the status is all that most callers look at.
+        m_broken = isSuccessful();
+        return emitError();
+    }
+
+    qDebug() << "Retrying" << status << QString::number(m_networkReply->operation())
+             << m_request.url;
+    QNetworkReply *const attempt = m_networkReply;
+    settle();
+    send(m_request);
+    ++m_retryCount;
+    attempt->deleteLater();
+}
+
+void NetworkHttpReply::replyFinished()
+{
+    QNetworkReply *const attempt = m_networkReply;
+    const QUrl target = attempt->attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
+    settle();
+    if (target.isValid()) {
+        const QUrl next = target.isRelative() ? attempt->url().resolved(target) : target;
+        qDebug() << "Redirected to" << next;
+        send(HttpRequest{next, m_request.operation, m_request.body, m_request.offset, {}});
+        attempt->deleteLater();
+        return;
+    }
+
+    if (isSuccessful()) {
+        m_bytes = attempt->readAll();
+        emit data(m_bytes);
+        if (attempt->attribute(QNetworkRequest::SourceIsFromCacheAttribute).toBool())
+            qDebug() << "CACHE" << attempt->url();
+        else
+            qDebug() << statusCode() << attempt->url();
+    }
+    emitFinished();
+}
+
+void NetworkHttpReply::settle()
+{
+    m_readTimeoutTimer->stop();
+    // Only what leads to us: the network reply's own machinery needs its signals to hang up when
+    // it is aborted or deleted.
+    if (m_networkReply)
+        m_networkReply->disconnect(this);
+}
+
+void NetworkHttpReply::emitError()
+{
+    // A handler may run an event loop of its own, so nothing that could end the request a second
+    // time is left running.
+    settle();
+    const QString message = url().toString() + QLatin1Char(' ') + QString::number(statusCode()) +
+                            QLatin1Char(' ') + reasonPhrase();
+    qDebug() << "Http:" << message;
+    if (!m_request.body.isEmpty())
+        qDebug() << "Http:" << m_request.body;
+    emit error(message);
+    emitFinished();
+}
+
+void NetworkHttpReply::emitFinished()
+{
+    emit finished(*this);
+    if (m_networkReply)
+        m_networkReply->deleteLater();
+    else
+        deleteLater();
+}

@@ -1,0 +1,222 @@
+#!/usr/bin/env bash
+# Measures speed and memory against ordinary tools, side by side, and prints the ratios. Not a test:
+# the numbers say nothing about right or wrong, and a busy machine spoils them. Its data, about
+# 3 GB, lie under build/bench and are made once.
+#
+#   scripts/bench.sh [PART...]    PART: verify, unpack, update, memory, growth; all by default
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+source "$root/scripts/demo.sh"
+
+bench=$root/build/bench
+data=$bench/data
+target=$bench/target
+worker=$bench/bin/brekka-bench
+version=1.0
+runs=5
+
+# Making the data.
+
+# random_text BYTES : text that packs to about three quarters, so that unpacking has work to do.
+random_text() {
+    head -c "$1" /dev/urandom | base64 -w 0 | head -c "$1"
+}
+
+# publish FOLDER : packs it into FOLDER.out and lists its files' checksums in FOLDER.md5.
+publish() {
+    (cd "$1" && find . -type f -printf '%P\0' | LC_ALL=C sort -z | xargs -0 md5sum) >"$1.md5"
+    "$root/build/release/bin/brekka-publish" --plugin-dir "$1" --plugin-version "$version" \
+        --base-url http://127.0.0.1:1 --out "$1.out" >/dev/null
+}
+
+make_data() {
+    local count
+    [ ! -e "$data/complete" ] || return 0
+    printf 'Making the data; this takes a minute or two.\n'
+    rm -rf "$data"
+    mkdir -p "$data/small/mods/a" "$data/large/mods/b" "$data/whole"
+    random_text $((2000 << 16)) | split -b 65536 -a 4 - "$data/small/mods/a/f"
+    random_text $((256 << 20)) >"$data/large/mods/b/large.bin"
+    cp -al "$data/small/mods" "$data/large/mods" "$data/whole/"
+    for count in 1000 4000 16000; do
+        mkdir -p "$data/$count/mods"
+        random_text $((count * 100)) | split -b 100 -a 4 - "$data/$count/mods/f"
+    done
+    for count in small large whole 1000 4000 16000; do
+        publish "$data/$count"
+    done
+    : >"$data/complete"
+}
+
+# Measuring.
+
+# seconds COMMAND... : sets $took to its wall-clock time.
+seconds() {
+    local start=$EPOCHREALTIME
+    "$@" >"$bench/output" 2>&1 || fail "failed: $* ($(tail -n 1 "$bench/output"))"
+    took=$(LC_ALL=C awk "BEGIN { print $EPOCHREALTIME - $start }")
+}
+
+median() {
+    printf '%s\n' "$@" | LC_ALL=C sort -g | sed -n "$((($# + 1) / 2))p"
+}
+
+heading() {
+    printf '\n%-34s %10s %10s %7s   %s\n' "$@"
+}
+
+# compare NAME GOAL OURS TOOL BEFORE : runs OURS and TOOL in turn, each after BEFORE, and prints
+# their medians. A first run of each, not counted, warms the page cache.
+compare() {
+    local name=$1 goal=$2 ours=() tool=() run
+    for run in $(seq 0 "$runs"); do
+        "$5"
+        seconds "$3"
+        [ "$run" = 0 ] || ours+=("$took")
+        "$5"
+        seconds "$4"
+        [ "$run" = 0 ] || tool+=("$took")
+    done
+    LC_ALL=C awk -v name="$name" -v goal="$goal" -v ours="$(median "${ours[@]}")" \
+        -v tool="$(median "${tool[@]}")" \
+        'BEGIN { printf "%-34s %8.3f s %8.3f s %7.2f   %s\n", name, ours, tool, ours / tool, goal }'
+}
+
+# Our debug lines are not wanted: a line or two a file, and a terminal takes long to show them.
+
+check_ours() { "$worker" check "$data/$set" "$data/$set.md5" 2>/dev/null; }
+check_tool() { (cd "$data/$set" && md5sum --quiet -c "$data/$set.md5"); }
+
+bench_verify() {
+    local set
+    heading 'verification' 'ours' 'md5sum' 'ratio' 'goal'
+    set=small && compare '2,000 files of 64 KiB' 1.10 check_ours check_tool true
+    set=large && compare 'one file of 256 MiB' 1.10 check_ours check_tool true
+}
+
+unpack_ours() { "$worker" unpack "$package" "$target" 2>/dev/null; }
+unpack_tool() { unzip -qo "$package" -d "$target"; }
+
+# Both start from nothing, without the last run's pages still on their way to the disk.
+clear_target() {
+    rm -rf "$target"
+    mkdir "$target"
+    sync -f "$target"
+}
+
+# compare_unpacking NAME SET GOAL
+compare_unpacking() {
+    local package
+    package=$(echo "$data/$2.out/packages/"*.zip)
+    compare "$1" "$3" unpack_ours unpack_tool clear_target
+}
+
+bench_unpack() {
+    heading 'unpacking' 'ours' 'unzip' 'ratio' 'goal'
+    compare_unpacking '2,000 files of 64 KiB' small 1.10
+    compare_unpacking 'one file of 256 MiB' large 1.10
+}
+
+bench_growth() {
+    heading 'unpacking files of 100 bytes' 'ours' 'unzip' 'ratio' ''
+    compare_unpacking '1,000 files' 1000 ''
+    compare_unpacking '4,000 files' 4000 ''
+    compare_unpacking '16,000 files' 16000 ''
+}
+
+# From the start of the process to the recorded verification; ending the process comes later.
+update_ours() {
+    local deadline=$((SECONDS + 120))
+    (cd "$bench/app" && exec ./Brekka) 2>/dev/null &
+    brekka=$!
+    started+=("$brekka")
+    value=
+    while [ "$value" != true ] && [ "$SECONDS" -lt "$deadline" ] && kill -0 "$brekka"; do
+        read -r -t 0.01 <>"$bench/tick" || true
+        setting "$bench/app/brekka.ini" lastcheckret
+    done
+    [ "$value" = true ]
+}
+
+update_tool() {
+    local server=http://127.0.0.1:$port md5
+    md5=$(basename "$package" .zip)
+    curl -fsS -o "$bench/fetched/manifest" "$server/cms/upgrade" &&
+        curl -fsS -o "$bench/fetched/package" "$server/packages/$md5.zip" &&
+        printf '%s  %s\n' "$md5" "$bench/fetched/package" | md5sum --quiet -c &&
+        unzip -qo "$bench/fetched/package" -d "$target" &&
+        (cd "$target" && md5sum --quiet -c "$data/whole.md5")
+}
+
+before_update() {
+    if [ -n "$brekka" ]; then
+        kill "$brekka" 2>/dev/null || true
+        wait "$brekka" 2>/dev/null || true
+        unset 'started[-1]'
+        brekka=
+    fi
+    rm -rf "$bench/app/plugins" "$bench/app/brekka.ini" "$bench/fetched"
+    mkdir "$bench/fetched"
+    clear_target
+    write_settings "$bench/app/brekka.ini" "$target" 300
+}
+
+bench_update() {
+    local package brekka=
+    package=$(echo "$data/whole.out/packages/"*.zip)
+    serve "$data/whole.out"
+    sed -i "s|http://127.0.0.1:[0-9]*/|http://127.0.0.1:$port/|" "$data/whole.out/cms/upgrade"
+    rm -rf "$bench/app" "$bench/tick"
+    mkdir "$bench/app"
+    mkfifo "$bench/tick"
+    cp -R "$root/build/release/bin/." "$bench/app/"
+    export QT_QPA_PLATFORM=offscreen QT_FORCE_STDERR_LOGGING=1
+    heading 'whole update' 'ours' 'pipeline' 'ratio' 'goal'
+    compare 'all of these files' 1.25 update_ours update_tool before_update
+    before_update
+}
+
+# peak COMMAND... : sets $peak to what the worker reports, in KiB.
+peak() {
+    peak=$("$worker" "$@" 2>/dev/null) || fail "failed: $worker $*"
+}
+
+# compare_memory NAME SMALL LARGE : prints two peaks.
+compare_memory() {
+    LC_ALL=C awk -v name="$1" -v small="$2" -v large="$3" 'BEGIN {
+        printf "%-34s %6.1f MiB %6.1f MiB %7.2f   %s\n",
+            name, small / 1024, large / 1024, large / small, "flat" }'
+}
+
+bench_memory() {
+    local size download=() check=()
+    mkdir -p "$bench/holes"
+    serve "$bench/holes"
+    for size in 16 512; do
+        truncate -s "${size}M" "$bench/holes/$size"
+        (cd "$bench/holes" && md5sum "$size" >"$size.md5")
+        peak download "http://127.0.0.1:$port/$size"
+        download+=("$peak")
+        peak check "$bench/holes" "$bench/holes/$size.md5"
+        check+=("$peak")
+    done
+    rm -rf "$bench/bin/plugins"
+    heading 'peak memory' '16 MiB' '512 MiB' 'ratio' 'goal'
+    compare_memory 'download' "${download[@]}"
+    compare_memory 'verification' "${check[@]}"
+}
+
+parts=("$@")
+[ $# -gt 0 ] || parts=(verify unpack update memory growth)
+for part in "${parts[@]}"; do
+    declare -F "bench_$part" >/dev/null || fail "no such part: $part"
+done
+
+install_packages "${build_packages[@]}" "${run_packages[@]}"
+(cd "$root" && cmake --preset release -DBREKKA_BENCH=ON >/dev/null)
+build release
+mkdir -p "$bench/bin"
+cp "$root/build/release/bench/brekka-bench" "$bench/bin/"
+make_data
+for part in "${parts[@]}"; do
+    "bench_$part"
+done

@@ -1,0 +1,140 @@
+#include "Files.h"
+#include "PluginConfigDataReader.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace
+{
+QByteArray document(const QByteArray &setting)
+{
+    return "<root><version>1.2</version><game_version>1.12.0</game_version>" + setting +
+           "<other  a='1'>模型</other></root>";
+}
+} // namespace
+
+class tst_PluginConfig : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void reads_data();
+    void reads();
+    void writes_data();
+    void writes();
+    void leavesAlone_data();
+    void leavesAlone();
+
+private:
+    QString path() const { return m_game->filePath("mods/configs/corvane.xml"); }
+
+    QScopedPointer<QTemporaryDir> m_game;
+};
+
+void tst_PluginConfig::init()
+{
+    m_game.reset(new QTemporaryDir);
+}
+
+void tst_PluginConfig::reads_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>(
+        "signalled"); // in order: game version, hello, standings, replay, version
+    const auto word = [](const char *name, const QByteArray &text, const QString &signalled) {
+        QTest::newRow(name) << document("<setting>" + text + "</setting>") << signalled;
+    };
+    word("0", "0", "1.12.0 0 0 0 1.2");
+    word("all on", "3674210304", "1.12.0 1 1 1 1.2");
+    word("only the upper half of hello", "2147483648", "1.12.0 0 0 0 1.2");
+    word("hello", "2164260864", "1.12.0 1 0 0 1.2");
+    word("replay and foreign bits", "1006633215", "1.12.0 0 0 1 1.2");
+    word("largest", "4294967295", "1.12.0 1 1 1 1.2");
+    word("too large", "4294967296", "1.12.0 0 0 0 1.2");
+    word("far too large", "99999999999999999999999", "1.12.0 0 0 0 1.2");
+    word("no number", "on", "1.12.0 0 0 0 1.2");
+    QTest::newRow("no setting") << document({}) << "1.12.0 0 0 0 1.2";
+    QTest::newRow("nothing known") << QByteArray("<r/>") << "0 0 0 ";
+    QTest::newRow("not well-formed") << QByteArray("<r><setting>1</r>") << QString();
+}
+
+void tst_PluginConfig::reads()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, signalled);
+    Files::write(path(), content);
+    PluginConfigDataReader reader;
+    QStringList got;
+    const auto text = [&got](const QString &value) { got += value; };
+    const auto flag = [&got](bool value) { got += QString::number(value); };
+    connect(&reader, &PluginConfigDataReader::pluginSupportGameVersion, this, text);
+    connect(&reader, &PluginConfigDataReader::pluginHelloMessageOpen, this, flag);
+    connect(&reader, &PluginConfigDataReader::pluginUploadStandingsOpen, this, flag);
+    connect(&reader, &PluginConfigDataReader::pluginUploadReplayOpen, this, flag);
+    connect(&reader, &PluginConfigDataReader::pluginVersion, this, text);
+    reader.readPluginConfigData(m_game->path());
+    QCOMPARE(got.join(' '), signalled);
+}
+
+void tst_PluginConfig::writes_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<bool>("on"); // all three options
+    QTest::addColumn<QByteArray>("after");
+    QTest::newRow("0 on") << QByteArray("0") << true << QByteArray("3674210304");
+    QTest::newRow("all off") << QByteArray("3674210304") << false << QByteArray("0");
+    QTest::newRow("half-set pair") << QByteArray("2147483648") << true << QByteArray("3674210304");
+    QTest::newRow("foreign bits stay, off")
+        << QByteArray("4294967295") << false << QByteArray("620756991");
+    QTest::newRow("foreign bits stay, on")
+        << QByteArray("620756991") << true << QByteArray("4294967295");
+    QTest::newRow("no number") << QByteArray("on") << true << QByteArray("3674210304");
+}
+
+void tst_PluginConfig::writes()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(bool, on);
+    QFETCH(QByteArray, after);
+    Files::write(path(), "<?xml version='1.0' encoding='utf-8'?>" +
+                             document("<setting>" + before + "</setting>"));
+    PluginConfigDataReader reader;
+    QSignalSpy complete(&reader, &PluginConfigDataReader::pluginConfigWriteComplete);
+    reader.writePluginConfigData(on, on, on, m_game->path());
+    QCOMPARE(complete.count(), 1);
+    QCOMPARE(Files::read(path()), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                  "<root>\n"
+                                  "    <version>1.2</version>\n"
+                                  "    <game_version>1.12.0</game_version>\n"
+                                  "    <setting>" +
+                                      after +
+                                      "</setting>\n"
+                                      "    <other a=\"1\">模型</other>\n"
+                                      "</root>\n");
+    QCOMPARE(Files::readTree(m_game->path()).size(), 1);
+}
+
+void tst_PluginConfig::leavesAlone_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("too large") << document("<setting>4294967296</setting>");
+    QTest::newRow("not well-formed") << QByteArray("<r><setting>1</r>");
+    QTest::newRow("missing") << QByteArray();
+}
+
+void tst_PluginConfig::leavesAlone()
+{
+    QFETCH(QByteArray, content);
+    if (!content.isEmpty())
+        Files::write(path(), content);
+    const Files::Tree before = Files::readTree(m_game->path());
+    PluginConfigDataReader reader;
+    QSignalSpy complete(&reader, &PluginConfigDataReader::pluginConfigWriteComplete);
+    reader.writePluginConfigData(true, true, true, m_game->path());
+    QCOMPARE(complete.count(), 1);
+    QCOMPARE(Files::readTree(m_game->path()), before);
+}
+
+QTEST_GUILESS_MAIN(tst_PluginConfig)
+#include "tst_pluginconfig.moc"

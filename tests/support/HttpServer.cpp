@@ -1,0 +1,212 @@
+#include "HttpServer.h"
+
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <functional>
+
+#ifdef Q_OS_UNIX
+#include <sys/socket.h>
+#endif
+
+namespace
+{
+QString normalised(const QString &path)
+{
+    QString result;
+    for (const QChar c : path)
+        if (c != QLatin1Char('/') || !result.endsWith(QLatin1Char('/')))
+            result += c;
+    return result;
+}
+
+QString pathOf(const HttpRecord &record)
+{
+    return normalised(QUrl::fromPercentEncoding(record.target.split('?').first()));
+}
+
+QByteArray reasonOf(int status)
+{
+    static const QMap<int, QByteArray> reasons{{200, "OK"},
+                                               {302, "Found"},
+                                               {404, "Not Found"},
+                                               {500, "Internal Server Error"},
+                                               {503, "Service Unavailable"}};
+    return reasons.value(status, "Status " + QByteArray::number(status));
+}
+
+/// One client connection; deletes itself with its socket's end.
+class Connection : public QObject
+{
+public:
+    using Source = std::function<HttpAnswer(const HttpRecord &)>;
+
+    Connection(QTcpSocket *socket, const Source &source, QObject *parent)
+        : QObject(parent)
+        , m_socket(socket)
+        , m_source(source)
+    {
+        m_socket->setParent(this);
+        connect(m_socket, &QTcpSocket::readyRead, this, &Connection::read);
+        connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
+    }
+
+private:
+    void read()
+    {
+        m_input += m_socket->readAll();
+        const int end = m_input.indexOf("\r\n\r\n");
+        if (m_answering || end < 0)
+            return;
+
+        HttpRecord record;
+        QList<QByteArray> lines = m_input.left(end).split('\n');
+        const QList<QByteArray> first = lines.takeFirst().split(' ');
+        record.method = first.value(0);
+        record.target = first.value(1);
+        for (const QByteArray &line : qAsConst(lines)) {
+            const int colon = line.indexOf(':');
+            record.headers.insert(line.left(colon).toLower(), line.mid(colon + 1).trimmed());
+        }
+        const int length = record.headers.value("content-length").toInt();
+        if (m_input.size() < end + 4 + length)
+            return;
+        record.body = m_input.mid(end + 4, length);
+        m_input.remove(0, end + 4 + length);
+        m_answering = true;
+        answer(record, m_source(record));
+    }
+
+    void answer(const HttpRecord &record, const HttpAnswer &answer)
+    {
+        if (answer.silent)
+            return;
+        QTimer::singleShot(answer.delayMs, this, [=] {
+            if (answer.reset)
+                return reset();
+            sendHead(answer);
+            const bool hasBody = record.method != "HEAD";
+            const bool close = answer.noLength || record.headers.value("connection") == "close";
+            QTimer::singleShot(answer.bodyDelayMs, this, [=] {
+                const QByteArray body = hasBody ? answer.body : QByteArray();
+                if (hasBody && answer.cutAfter >= 0)
+                    return sendRest(body.left(int(answer.cutAfter)), true);
+                const int half = answer.tailDelayMs > 0 ? body.size() / 2 : 0;
+                m_socket->write(body.left(half));
+                QTimer::singleShot(answer.tailDelayMs, this,
+                                   [=] { sendRest(half > 0 ? body.mid(half) : body, close); });
+            });
+        });
+    }
+
+    void sendHead(const HttpAnswer &answer)
+    {
+        const QByteArray status = QByteArray::number(answer.status);
+        QByteArray head = "HTTP/1.1 " + status + ' ' + reasonOf(answer.status) + "\r\n";
+        bool hasLength = answer.noLength;
+        for (const auto &header : answer.headers) {
+            head += header.first + ": " + header.second + "\r\n";
+            hasLength |= header.first.toLower() == "content-length";
+        }
+        if (!hasLength)
+            head += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n";
+        m_socket->write(head + "\r\n");
+    }
+
+    void sendRest(const QByteArray &bytes, bool close)
+    {
+        m_socket->write(bytes);
+        m_answering = false;
+        if (close)
+            return m_socket->disconnectFromHost();
+        read();
+    }
+
+    void reset()
+    {
+#ifdef Q_OS_UNIX
+        // Without this the end of the connection would look like an orderly one.
+        const linger hard{1, 0};
+        setsockopt(int(m_socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+#endif
+        m_socket->abort();
+    }
+
+    QTcpSocket *m_socket;
+    Source m_source;
+    QByteArray m_input;
+    bool m_answering = false;
+};
+} // namespace
+
+HttpServer::HttpServer(QObject *parent)
+    : QObject(parent)
+{
+    connect(&m_server, &QTcpServer::newConnection, this, &HttpServer::accept);
+    if (!m_server.listen(QHostAddress::LocalHost))
+        qFatal("The test server can't listen: %s", qPrintable(m_server.errorString()));
+}
+
+quint16 HttpServer::port() const
+{
+    return m_server.serverPort();
+}
+
+QString HttpServer::authority() const
+{
+    return QStringLiteral("127.0.0.1:%1").arg(port());
+}
+
+QUrl HttpServer::url(const QString &pathAndQuery) const
+{
+    return QUrl(QStringLiteral("http://") + authority() + pathAndQuery);
+}
+
+void HttpServer::answer(const QString &path, const QVector<HttpAnswer> &script)
+{
+    m_scripts[normalised(path)] = script;
+}
+
+QVector<HttpRecord> HttpServer::requests(const QString &path) const
+{
+    if (path.isEmpty())
+        return m_requests;
+    QVector<HttpRecord> result;
+    for (const HttpRecord &record : m_requests)
+        if (pathOf(record) == normalised(path))
+            result += record;
+    return result;
+}
+
+int HttpServer::count(const QString &path) const
+{
+    return requests(path).size();
+}
+
+void HttpServer::clearRequests()
+{
+    m_requests.clear();
+}
+
+int HttpServer::connections() const
+{
+    return findChildren<QTcpSocket *>().size();
+}
+
+void HttpServer::accept()
+{
+    while (QTcpSocket *socket = m_server.nextPendingConnection())
+        new Connection(
+            socket, [this](const HttpRecord &record) { return take(record); }, this);
+}
+
+HttpAnswer HttpServer::take(const HttpRecord &record)
+{
+    m_requests += record;
+    HttpAnswer missing;
+    missing.status = 404;
+    QVector<HttpAnswer> &script = m_scripts[pathOf(record)];
+    if (script.isEmpty())
+        return missing;
+    return script.size() > 1 ? script.takeFirst() : script.first();
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QByteArray>
+#include <QMap>
+#include <QObject>
+#include <QPair>
+#include <QTcpServer>
+#include <QUrl>
+#include <QVector>
+
+/// One answer of the scripted server; by default a well-behaved empty 200.
+struct HttpAnswer {
+    int status = 200;
+    QByteArray body;
+    /// Sent after our own headers; a Content-Length in here replaces the computed one.
+    QVector<QPair<QByteArray, QByteArray>> headers;
+    int delayMs = 0;       ///< before the status line
+    int bodyDelayMs = 0;   ///< between head and body
+    qint64 cutAfter = -1;  ///< announce the whole body, send so many bytes of it, then close
+    bool reset = false;    ///< abort the connection instead of answering
+    bool silent = false;   ///< never answer, keep the connection
+    bool noLength = false; ///< omit Content-Length and close at the end
+    int tailDelayMs = 0;   ///< between the first half of the body and the rest
+};
+
+/// One request as it came over the wire.
+struct HttpRecord {
+    QByteArray method;
+    QByteArray target;                    ///< the raw request target, query included
+    QMap<QByteArray, QByteArray> headers; ///< names in lower case
+    QByteArray body;
+};
+
+/// An HTTP/1.1 server on 127.0.0.1 and a free port that answers from scripts.
+///
+/// Runs on the event loop of the thread that made it and never blocks it, so the code under test
+/// may share that thread. Connections are kept alive. A client that finds a kept-alive connection
+/// closed or reset without an answer may ask once more of its own accord; count with care then.
+class HttpServer : public QObject
+{
+    Q_OBJECT
+public:
+    /// Listens at once.
+    explicit HttpServer(QObject *parent = nullptr);
+
+    quint16 port() const;
+    /// "127.0.0.1:PORT".
+    QString authority() const;
+    QUrl url(const QString &pathAndQuery) const;
+
+    /// Replaces the script of \a path: its answers go out in order, the last one repeats. Paths are
+    /// compared without query and with runs of slashes collapsed to one, because a client may put
+    /// one slash on the wire where the URL has two. A path without a script gets a 404.
+    void answer(const QString &path, const QVector<HttpAnswer> &script);
+
+    /// The requests so far, in order of arrival; those of \a path only when one is given.
+    QVector<HttpRecord> requests(const QString &path = QString()) const;
+    int count(const QString &path) const;
+    void clearRequests();
+    /// Connections that are open right now.
+    int connections() const;
+
+private:
+    void accept();
+    HttpAnswer take(const HttpRecord &record);
+
+    QTcpServer m_server;
+    QMap<QString, QVector<HttpAnswer>> m_scripts;
+    QVector<HttpRecord> m_requests;
+};
+
+Q_DECLARE_METATYPE(HttpAnswer)

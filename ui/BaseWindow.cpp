@@ -1,0 +1,153 @@
+#include "BaseWindow.h"
+
+#include "CustTitlebar.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QMenu>
+#include <QPainter>
+#include <QPainterPath>
+#include <QScreen>
+
+namespace
+{
+constexpr int TitleBarHeight = 48;
+constexpr int TrayMenuWidth = 150;
+constexpr int MaximisedOverhang = 3;
+} // namespace
+
+BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
+{
+    setupUi(this);
+    setWindowFlags(Qt::FramelessWindowHint);
+    setAttribute(Qt::WA_TranslucentBackground);
+    createActions();
+    createTrayIcon();
+    createTitleBar();
+    connect(m_trayIcon, &QSystemTrayIcon::messageClicked, this, &QWidget::show);
+    connect(m_trayIcon, &QSystemTrayIcon::activated, this, &BaseWindow::onTrayActivated);
+    m_trayIcon->setVisible(true);
+}
+
+BaseWindow::~BaseWindow() = default;
+
+void BaseWindow::createActions()
+{
+    m_showAction = new QAction(QStringLiteral("显示主界面"), this);
+    m_quitAction = new QAction(QStringLiteral("&退出"), this);
+    m_autoStartAction = new QAction(QStringLiteral("&自动启动"), this);
+    connect(m_showAction, &QAction::triggered, this, &BaseWindow::showMainWindow);
+    connect(m_quitAction, &QAction::triggered, qApp, &QCoreApplication::quit);
+    connect(m_autoStartAction, &QAction::triggered, this, &BaseWindow::OnAutoUpdate);
+    m_autoStartAction->setCheckable(true);
+    m_autoStartAction->setChecked(true);
+}
+
+void BaseWindow::createTrayIcon()
+{
+    m_trayMenu = new QMenu(this);
+    m_trayMenu->addAction(m_showAction);
+    m_trayMenu->addSeparator();
+    m_trayMenu->addAction(m_autoStartAction);
+    m_trayMenu->addSeparator();
+    m_trayMenu->addAction(m_quitAction);
+    m_trayMenu->setMinimumWidth(TrayMenuWidth);
+
+    m_trayIcon = new QSystemTrayIcon(this);
+    m_trayIcon->setContextMenu(m_trayMenu);
+    m_trayIcon->setIcon(QIcon(QStringLiteral(":/images/icon.png")));
+}
+
+void BaseWindow::createTitleBar()
+{
+    m_titleBar = new CustTitlebar(this);
+    m_titleBar->move(0, 0);
+    m_titleBar->setBackgroundColor(9, 20, 44);
+    m_titleBar->setTitleIcon(QStringLiteral(":/images/logo.png"));
+    m_titleBar->setButtonType(0);
+    m_titleBar->setFixedWidth(width());
+    m_titleBar->resize(width(), TitleBarHeight);
+    connect(m_titleBar, &CustTitlebar::signalButtonMinClicked, this,
+            &BaseWindow::onButtonMinClicked);
+    connect(m_titleBar, &CustTitlebar::signalButtonRestoreClicked, this,
+            &BaseWindow::onButtonRestoreClicked);
+    connect(m_titleBar, &CustTitlebar::signalButtonMaxClicked, this,
+            &BaseWindow::onButtonMaxClicked);
+    connect(m_titleBar, &CustTitlebar::signalButtonCloseClicked, this,
+            &BaseWindow::onButtonCloseClicked);
+}
+
+void BaseWindow::showMainWindow()
+{
+    show();
+    activateWindow();
+    setWindowState((windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
+    m_tab->setCurrentIndex(0);
+}
+
+void BaseWindow::onTrayActivated(QSystemTrayIcon::ActivationReason reason)
+{
+    if (reason == QSystemTrayIcon::DoubleClick || reason == QSystemTrayIcon::Trigger)
+        showMainWindow();
+}
+
+void BaseWindow::onButtonMinClicked()
+{
+    // A tool window has no entry in the task bar to come back from.
+    if ((windowFlags() & Qt::Tool) == Qt::Tool)
+        hide();
+    else
+        showMinimized();
+}
+
+void BaseWindow::onButtonRestoreClicked()
+{
+    QPoint position;
+    QSize size;
+    m_titleBar->getRestoreInfo(position, size);
+    setGeometry(QRect(position, size));
+}
+
+void BaseWindow::onButtonMaxClicked()
+{
+    m_titleBar->saveRestoreInfo(pos(), QSize(width(), height()));
+    const QRect desktop = QGuiApplication::primaryScreen()->availableGeometry();
+    setGeometry(desktop.adjusted(-MaximisedOverhang, -MaximisedOverhang, MaximisedOverhang,
+                                 MaximisedOverhang));
+}
+
+void BaseWindow::onButtonCloseClicked()
+{
+    close();
+}
+
+void BaseWindow::OnAutoUpdate()
+{
+    emit SwitchAutoStartUp(m_autoStartAction->isChecked());
+}
+
+void BaseWindow::mouseMoveEvent(QMouseEvent *event)
+{
+    Q_UNUSED(event)
+}
+
+void BaseWindow::closeEvent(QCloseEvent *event)
+{
+    if (!m_trayIcon->isVisible())
+        return;
+    hide();
+    event->ignore();
+}
+
+void BaseWindow::paintEvent(QPaintEvent *event)
+{
+    QPainterPath path;
+    path.setFillRule(Qt::WindingFill);
+    path.addRect(0, 0, width(), height());
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    painter.fillPath(path, Qt::white);
+    painter.end();
+    QMainWindow::paintEvent(event);
+}

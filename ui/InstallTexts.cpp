@@ -1,0 +1,10 @@
+#include "InstallTexts.h"
+
+QString InstallTexts::noGameFolder(const QString &host)
+{
+    return QStringLiteral("<style> a {text-decoration: none;color: #505287;} </style>  "
+                          "<div>您还未设置游戏路径！</div> "
+                          "<div>如果未下载游戏，"
+                          "<a href=\"https://%1/zh-cn/game/download\">请前往下载 </a></div>")
+        .arg(host);
+}

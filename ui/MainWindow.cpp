@@ -1,0 +1,239 @@
+#include "MainWindow.h"
+
+#include "CustMessagebox.h"
+#include "MainController.h"
+#include "MaskForm.h"
+
+#include <QAction>
+#include <QDebug>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QSettings>
+#include <QTimer>
+#include <QUrl>
+
+namespace Keys = ApplicationSettings;
+
+namespace
+{
+constexpr int FoundPathWidth = 230; // pixels
+constexpr int BalloonTime = 10000;  // milliseconds
+
+Hosts readHosts()
+{
+    QSettings settings(ApplicationSettings::FileName, QSettings::IniFormat);
+    return Hosts::read(settings);
+}
+
+QString agreementLink(const QString &url, const QString &text)
+{
+    return QStringLiteral("<style> a {text-decoration: none;color: #575d8f;} </style>"
+                          "<a href=\"%1\">%2</a>")
+        .arg(url, text);
+}
+} // namespace
+
+MainWindow::MainWindow(QWidget *parent) : BaseWindow(parent), m_hosts(readHosts())
+{
+    m_newversion->hide();
+    m_mask = new MaskForm(this);
+    m_mask->setMainWidget(this);
+    m_installprogressbar->hide();
+
+    m_shanTimer = new QTimer(this);
+    m_tab->setCurrentIndex(0);
+    m_gongneng_gun->show();
+    m_help_gun->hide();
+    m_shanTimer->setSingleShot(false);
+    // By name, as the form's own connections are made.
+    connect(m_shanTimer, SIGNAL(timeout()), this, SLOT(OnTimerShanTray()));
+
+    m_autoUpdateTimer = new QTimer(this);
+    connect(m_autoUpdateTimer, &QTimer::timeout, this, &MainWindow::OnAutoUpdate);
+
+    setUpLinks();
+    connectControls();
+    connectController();
+    connectFlow();
+    m_version->setText(MainController::instance()->GetSelfVersion());
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::setUpLinks()
+{
+    label_11->setText(label_11->text().arg(QStringLiteral(BREKKA_CONTACT_GROUP)));
+    m_userprotocol->setText(agreementLink(
+        QStringLiteral("http://%1/brekkaGuide.html#/usageProtocol").arg(m_hosts.agreement),
+        QStringLiteral("用户协议")));
+    m_privacy->setText(
+        agreementLink(QStringLiteral("http://%1/privacy/v3/youxi.html").arg(m_hosts.site),
+                      QStringLiteral("隐私协议")));
+    for (QLabel *link : {m_userprotocol, m_privacy}) {
+        link->setOpenExternalLinks(true);
+        // By name, as the form's own connections are made.
+        connect(link, SIGNAL(linkActivated(QString)), this, SLOT(openUrl(QString)));
+    }
+}
+
+void MainWindow::connectControls()
+{
+    connect(this, &BaseWindow::SwitchAutoStartUp, this, &MainWindow::OnAutoStartUp);
+    connect(m_browsergame, &QPushButton::clicked, this, &MainWindow::OnBrowserGame);
+    connect(m_showmessagebox, &QPushButton::clicked, this, &MainWindow::OnShowMessagebox);
+    connect(m_showmessage, &QPushButton::clicked, this, &MainWindow::OnShowSystemMessage);
+    connect(m_autofind, &QPushButton::clicked, this, &MainWindow::OnAutoScanGame);
+    connect(m_installPlugin, &QPushButton::clicked, this, &MainWindow::OnPluginExtractInstall);
+    connect(m_uploadreplayopen, &SwitchButton::statusChanged, this,
+            &MainWindow::OnUploadReplayopen);
+    connect(m_tab, &QTabWidget::currentChanged, this, &MainWindow::currentChanged);
+}
+
+void MainWindow::connectController()
+{
+    MainController *controller = MainController::instance();
+    connect(controller, &MainController::OnSettingRefreshed, this, &MainWindow::OnSettingRefreshed);
+    connect(controller, &MainController::OnSettingChanged, this, &MainWindow::OnSettingChanged);
+    connect(controller, &MainController::OnpluginVersion, this, &MainWindow::OnPluginVersion);
+    connect(controller, &MainController::OnpluginUploadReplayOpen, this,
+            &MainWindow::OnPluginUploadReplayOpen);
+    connect(controller, &MainController::OnGameFinded, this, &MainWindow::OnGameFinded);
+    connect(controller, &MainController::OnpluginSupportGameVersion, this,
+            &MainWindow::OnpluginSupportGameVersion);
+}
+
+void MainWindow::currentChanged(int index)
+{
+    m_gongneng_gun->setVisible(index == 0);
+    m_help_gun->setVisible(index != 0);
+}
+
+void MainWindow::OnBrowserGame()
+{
+    const QString file =
+        QFileDialog::getOpenFileName(this, QStringLiteral("打开游戏安装目录"), m_settings.game,
+                                     QStringLiteral("游戏文件 (WorldOfTanks.exe)"));
+    if (file.isEmpty())
+        return;
+    qDebug() << "game install path select::" << file;
+    const QString folder = QDir::toNativeSeparators(QFileInfo(file).absolutePath());
+    MainController::instance()->WriteSetting(Keys::KeyGame, folder);
+    m_GamePath->setText(folder);
+}
+
+void MainWindow::OnAutoScanGame()
+{
+    MainController::instance()->StartGameScanner();
+}
+
+void MainWindow::OnGameFinded(QString strPath, EC::ErrorCode ec)
+{
+    if (ec != EC::SUCCESS || !QFileInfo(strPath).isDir()) {
+        ShowMessage(QStringLiteral("没有搜索到游戏客户端路径"));
+        qDebug() << "not found game";
+        return;
+    }
+    const QFontMetrics metrics(m_updatedate->font());
+    const QString shown = metrics.elidedText(strPath, Qt::ElideMiddle, FoundPathWidth);
+    const QString question =
+        QStringLiteral("<style> a {text-decoration: none;color: #505287;} </style> "
+                       "发现<a href=\"File:///%1\">%2</a>，是否设置为游戏路径?")
+            .arg(strPath.toHtmlEscaped(), shown.toHtmlEscaped());
+    if (!isQuestionAccepted(question))
+        return;
+    qDebug() << "set game path";
+    m_GamePath->setText(strPath);
+    m_settings.game = strPath;
+    MainController::instance()->WriteSetting(Keys::KeyGame, strPath);
+    qDebug() << "UpdatePlugin begin on game finded";
+    UpdatePlugin(false);
+}
+
+void MainWindow::OnUploadReplayopen(bool bOpen)
+{
+    showReplayState(bOpen);
+    MainController::instance()->WriteSetting(Keys::KeyReplayUpload, bOpen);
+    MainController::instance()->StartWritePluginConfigData(true, true, bOpen, m_settings.game);
+}
+
+void MainWindow::OnPluginUploadReplayOpen(bool bOpen)
+{
+    const bool stored = m_settings.pluginloaderplayopen;
+    if (bOpen != stored)
+        MainController::instance()->StartWritePluginConfigData(true, true, stored, m_settings.game);
+    m_uploadreplayopen->setChecked(stored);
+}
+
+void MainWindow::showReplayState(bool open)
+{
+    m_swtichstatus->setText(open ? QStringLiteral("开启") : QStringLiteral("关闭"));
+}
+
+void MainWindow::OnPluginVersion(QString strVersion)
+{
+    qDebug() << "plugin version local match" << strVersion;
+    m_pluginver->setText(strVersion);
+}
+
+void MainWindow::OnpluginSupportGameVersion(QString strVersion)
+{
+    qDebug() << "OnpluginSupportGameVersion" << strVersion;
+    m_pGameSupportVersion->setText(strVersion);
+    MainController::instance()->WriteSetting(Keys::KeySupportGameVersion, strVersion);
+}
+
+void MainWindow::OnAutoStartUp(bool bStartUp)
+{
+    if (MainController::SetAutoRun(bStartUp))
+        MainController::instance()->WriteSetting(Keys::KeyAutoRun, bStartUp);
+    else
+        autoStartAction()->setChecked(!bStartUp);
+}
+
+void MainWindow::OnAutoRunChanged(bool bOpen)
+{
+    MainController::instance()->WriteSetting(Keys::KeyAutoRun, bOpen);
+}
+
+void MainWindow::openUrl(QString url)
+{
+    qDebug() << "open url" << url;
+    QDesktopServices::openUrl(QUrl(url));
+}
+
+void MainWindow::OnShowMessagebox()
+{
+    CustMessagebox::showMessageBox(this, m_mask, QStringLiteral("ss"), QStringLiteral("rrrr"),
+                                   QDialogButtonBox::Ok, QDialogButtonBox::Ok);
+}
+
+void MainWindow::OnShowSystemMessage()
+{
+    trayIcon()->showMessage(QStringLiteral("Brekka助手"), QStringLiteral("这是一条测试消息"),
+                            QIcon(QStringLiteral(":/images/icon.png")), BalloonTime);
+}
+
+void MainWindow::ShowMessage(const QString &text)
+{
+    if (!isVisible())
+        return;
+    CustMessagebox::showMessageBox(this, m_mask, QString(), text, QDialogButtonBox::Ok,
+                                   QDialogButtonBox::Ok);
+}
+
+bool MainWindow::isQuestionAccepted(const QString &text)
+{
+    if (!isVisible())
+        return false;
+    return CustMessagebox::showMessageBox(this, m_mask, QString(), text,
+                                          QDialogButtonBox::Yes | QDialogButtonBox::No,
+                                          QDialogButtonBox::Yes) == QDialogButtonBox::Yes;
+}
+
+void MainWindow::showEvent(QShowEvent *event)
+{
+    StopTrayShan();
+    BaseWindow::showEvent(event);
+}

@@ -1,0 +1,139 @@
+// Asking the update server what there is, and deciding whether the package has to be fetched.
+
+#include "MainWindow.h"
+
+#include "Http.h"
+#include "HttpReply.h"
+#include "InstallTexts.h"
+#include "MainController.h"
+#include "Paths.h"
+#include "UpdateManifest.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace Keys = ApplicationSettings;
+
+void MainWindow::UpdatePlugin(bool autoUpdate)
+{
+    if (m_bRequesting)
+        return;
+    if (!hasGameFolder()) {
+        // Nothing could be installed, and an automatic run that its folder has left must not stay
+        // marked as running.
+        qDebug() << "UpdatePlugin no game folder";
+        m_autoUpdateModel = false;
+        return;
+    }
+    m_bRequesting = true;
+    m_autoUpdateModel = autoUpdate;
+    HttpReply *reply = Http::instance().get(UpdateManifest::url(m_hosts.update));
+    connect(reply, &HttpReply::finished, this, [this, autoUpdate](const HttpReply &finished) {
+        onManifestReply(finished, autoUpdate);
+    });
+}
+
+void MainWindow::onManifestReply(const HttpReply &reply, bool autoUpdate)
+{
+    if (!reply.isSuccessful()) {
+        if (!autoUpdate)
+            ShowMessage(InstallTexts::Failed);
+        qDebug() << "http failed autoUpdateModel close";
+        m_autoUpdateModel = false;
+        m_bRequesting = false;
+        qDebug() << "Something's wrong here" << reply.statusCode() << reply.reasonPhrase();
+        return;
+    }
+    const QByteArray body = reply.body();
+    qDebug() << body;
+    qDebug() << "ReadPlginUpdateRequestBody";
+    const bool needsUpdate = ReadPlginUpdateRequestBody(QJsonDocument::fromJson(body).object());
+    if (!needsUpdate && autoUpdate) {
+        qDebug() << "自动更新:" << true << "云端md5无更新，检测本地文件";
+        CheckPluginFiles(true);
+    }
+}
+
+bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
+{
+    const UpdateManifest manifest = UpdateManifest::fromJson(body);
+    if (manifest.isServerError) {
+        qDebug() << "http request error!!";
+        m_autoUpdateModel = false;
+        m_bRequesting = false;
+        return false;
+    }
+    if (!manifest.hasData)
+        return endWithoutUpdate();
+
+    bool need = false;
+    if (manifest.version != m_settings.pver) {
+        qDebug() << "plugin need update!!" << manifest.version
+                 << "local version:" << m_settings.pver;
+        m_newVersion = manifest.version;
+        need = true;
+    }
+    if (manifest.packageMd5 && *manifest.packageMd5 != m_settings.packagecheck) {
+        qDebug() << "plugin need update!!" << *manifest.packageMd5
+                 << "local pac md5:" << m_settings.packagecheck;
+        m_newPackageMd5 = *manifest.packageMd5;
+        need = true;
+    }
+    if (manifest.date) {
+        qDebug() << "update:" << *manifest.date;
+        m_newUpdateDate = *manifest.date;
+    }
+    if (manifest.files)
+        storeFileList(*manifest.files);
+    if (!m_settings.lastcheckret)
+        need = true;
+    if (!CheckPluginExist()) {
+        qDebug() << "plugin file not exist redownload";
+        need = true;
+    }
+    // Without an address nothing would ever end this run.
+    if (!need || !manifest.link)
+        return endWithoutUpdate();
+    startDownload(*manifest.link);
+    return true;
+}
+
+void MainWindow::storeFileList(const PluginFileList &files)
+{
+    for (auto file = files.begin(); file != files.end(); ++file)
+        qDebug().noquote() << "file = " << file.key() << ", md5 = " << file.value();
+    MainController::instance()->WriteSetting(Keys::KeyFilesMd5, QVariant::fromValue(files));
+}
+
+void MainWindow::startDownload(const QString &link)
+{
+    qDebug() << "plugin start download" << link;
+    QDir().mkpath(Paths::downloadFolder());
+    MainController::instance()->DownloadPlugin(link);
+    MainController::instance()->WriteSetting(Keys::KeyPackageMd5, m_newPackageMd5);
+}
+
+bool MainWindow::endWithoutUpdate()
+{
+    qDebug() << "no need update plugin";
+    endRun();
+    return false;
+}
+
+bool MainWindow::CheckPluginExist()
+{
+    bool complete = true;
+    const PluginFileList &files = m_settings.plugins;
+    for (auto file = files.begin(); file != files.end(); ++file) {
+        const QString path = gameFile(file.key());
+        if (QFile::exists(path))
+            continue;
+        qDebug() << "check plugin file exist failed" << path;
+        QFile::remove(Paths::packageFile());
+        complete = false;
+    }
+    return complete;
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "TransferSpeed.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QMutex>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QObject>
+#include <QQueue>
+#include <QUrl>
+
+/// A queue of downloads: one GET at a time, each body written to its file as it arrives.
+///
+/// Belongs to the thread that makes it and lives from that thread's event loop; nothing blocks.
+/// There is no time-out and no retry, and redirects are reported but not followed: who asked
+/// decides whether to ask again.
+class DownloadManager : public QObject
+{
+    Q_OBJECT
+public:
+    explicit DownloadManager(QObject *parent = nullptr);
+    ~DownloadManager() override;
+
+    /// Queues \a url, to be saved as \a savePath (replacing a file of that name), and starts it
+    /// when nothing is running. With an empty path the name comes from the URL. Answered by
+    /// finished() when the queue has run empty, after an error() for each download that failed.
+    void append(const QUrl &url, const QString &savePath);
+
+signals:
+    /// The queue has run empty; \a strFileName is the save path last asked for.
+    void finished(QString strFileName);
+    /// A file can't be opened for writing, or a transfer failed; the system's own text.
+    void error(QString errorString);
+    /// Progress of the running download, as often as data comes in while its total size is known.
+    /// Bytes, or a common fraction of them where bytes would not fit.
+    void currentDownProgress(int &currentSize, int &totalSize);
+    /// Mean speed of the running download so far.
+    void currentSpeed(double &speed, QString strUnit);
+
+private slots:
+    void startNextDownload();
+    void downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal);
+    void downloadFinished();
+    void downloadReadyRead();
+    void errorOccurred(QNetworkReply::NetworkError error);
+
+private:
+    struct Item {
+        QUrl url;
+        QString savePath;
+    };
+
+    QString fileNameForUrl(const QUrl &url) const;
+    void logRedirect() const;
+    bool openOutput(const Item &item);
+    void send(const QUrl &url);
+
+    QNetworkAccessManager m_manager;
+    QQueue<Item> m_queue;
+    QNetworkReply *m_reply = nullptr; ///< the running download, null while idle
+    QFile m_output;
+    QElapsedTimer m_timer;
+    int m_succeeded = 0;
+    int m_appended = 0;
+    int m_receivedBytes = 0; ///< low 32 bits
+    int m_totalBytes = 0;    ///< low 32 bits
+    TransferSpeed m_speed;
+    QString m_savePath; ///< of the download last taken off the queue
+    QMutex m_mutex;     ///< guards the queue
+};
