@@ -52,7 +52,6 @@ void tst_gameregistration::init()
     QVERIFY(QDir().mkpath(path(".wine/dosdevices")));
     QVERIFY(QFile::link("../drive_c", path(".wine/dosdevices/c:")));
     QVERIFY(QFile::link(path("other"), path(".wine/dosdevices/e:")));
-    QVERIFY(QFile::link(path("gone"), path(".wine/dosdevices/f:")));
     QVERIFY(QFile::link("/", path(".wine/dosdevices/z:")));
 }
 
@@ -65,35 +64,25 @@ void tst_gameregistration::reads_data()
     };
     const QString none;
     QTest::newRow("no key") << QByteArray() << none;
-    QTest::newRow("no value") << QByteArray("\"Other\"=\"C:\\\\Games\"\n") << none;
-    QTest::newRow("plain") << value("C:\\\\Games\\\\Tank") << "~/.wine/drive_c/Games/Tank";
+    QTest::newRow("other value") << QByteArray("\"Other\"=\"C:\\\\Games\"\n") << none;
     QTest::newRow("last separator") << value("C:\\\\Games\\\\") << "~/.wine/drive_c/Games/";
-    QTest::newRow("slashes") << value("c:/Games/Tank") << "~/.wine/drive_c/Games/Tank";
-    QTest::newRow("other case") << value("C:\\\\GAMES\\\\tank\\\\New")
-                                << "~/.wine/drive_c/Games/Tank/New";
-    QTest::newRow("value name") << QByteArray("\"installlocation\"=\"E:\\\\\"\n") << "~/other/";
+    QTest::newRow("slashes, other case")
+        << value("c:/GAMES/tank/New") << "~/.wine/drive_c/Games/Tank/New";
     QTest::newRow("chinese") << value("E:\\\\\\x5766\\x514b\\x4e16\\x754c")
                              << QString::fromUtf8("~/other/坦克世界");
-    QTest::newRow("four digits, then a digit")
+    QTest::newRow("letter after an escape")
         << value("E:\\\\\\x5766a\\xe9z") << QString::fromUtf8("~/other/坦aéz");
-    QTest::newRow("other escapes") << value("E:\\\\\\\"\\t\\e\\0011\\[")
-                                   << "~/other/\"\t\x1b\x01"
-                                      "1[";
+    QTest::newRow("other escapes")
+        << value("E:\\\\\\\"\\t\\e\\0011\\[") << QString::fromUtf8("~/other/\"\t\x1b\0011[");
     QTest::newRow("text after the end") << value("E:\\\\a\\0b") << "~/other/a";
     QTest::newRow("root drive") << value("Z:\\\\no such\\\\dir") << "/no such/dir";
-    QTest::newRow("variables") << QByteArray("\"InstallLocation\"=str(2):\"E:\\\\a\"\n")
+    QTest::newRow("variables") << QByteArray("\"installlocation\"=str(2):\"E:\\\\a\"\n")
                                << "~/other/a";
     QTest::newRow("number") << QByteArray("\"InstallLocation\"=dword:00000001\n") << none;
     QTest::newRow("unknown drive") << value("Q:\\\\Games") << none;
-    QTest::newRow("broken link") << value("F:\\\\Games") << none;
-    QTest::newRow("no drive") << value("..\\\\..\\\\Games") << none;
-    QTest::newRow("share") << value("\\\\\\\\host\\\\Games") << none;
-    QTest::newRow("empty") << value("") << none;
     QTest::newRow("cut short") << QByteArray("\"InstallLocation\"=\"C:\\\\Ga") << none;
     QTest::newRow("cut in an escape") << QByteArray("\"InstallLocation\"=\"C:\\") << none;
-    QTest::newRow("cut in the name") << QByteArray("\"InstallLoca") << none;
-    QTest::newRow("another key's")
-        << QByteArray("\n[Software\\\\Other]\n") + value("C:\\\\Games") << none;
+    QTest::newRow("another key's") << "\n[Software\\\\Other]\n" + value("C:\\\\Games") << none;
 }
 
 void tst_gameregistration::reads()

@@ -4,8 +4,10 @@
 #include "RecordingScheduler.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 #include <windows.h>
 
@@ -14,138 +16,118 @@
 namespace
 {
 
-RecordingScheduler *current = nullptr;
+/// The parameters, one character each, are a (s)tring, (n)umber, (b)oolean, (v)ariant, (o)bject,
+/// (i)nterface id or do not (m)atter; handed out are a new object (>), the number of tasks (c) or
+/// the object's own name (t).
+struct Method {
+    std::wstring interfaceName;
+    size_t offset;
+    std::wstring name;
+    std::string parameters;
+    std::wstring handedOut;
+};
+
+#define METHOD(Interface, name, ...)                                                               \
+    {                                                                                              \
+        L## #Interface, offsetof(Interface##Vtbl, name), L## #name, __VA_ARGS__                    \
+    }
+
+// clang-format off
+const std::vector<Method> methods = {
+    METHOD(IClassFactory, CreateInstance, "mi>", L"ITaskService"),
+    METHOD(ITaskService, Connect, "vvvv", {}),
+    METHOD(ITaskService, GetFolder, "s>", L"ITaskFolder"),
+    METHOD(ITaskService, NewTask, "n>", L"ITaskDefinition"),
+    METHOD(ITaskFolder, GetFolder, "s>", L"ITaskFolder"),
+    METHOD(ITaskFolder, CreateFolder, "sv>", L"ITaskFolder"),
+    METHOD(ITaskFolder, DeleteFolder, "sn", {}),
+    METHOD(ITaskFolder, GetTasks, "n>", L"IRegisteredTaskCollection"),
+    METHOD(ITaskFolder, DeleteTask, "sn", {}),
+    METHOD(ITaskFolder, RegisterTaskDefinition, "sonvvnv>", L"IRegisteredTask"),
+    METHOD(ITaskDefinition, get_Settings, ">", L"ITaskSettings"),
+    METHOD(ITaskDefinition, get_Triggers, ">", L"ITriggerCollection"),
+    METHOD(ITaskDefinition, get_Actions, ">", L"IActionCollection"),
+    METHOD(ITaskDefinition, get_Principal, ">", L"IPrincipal"),
+    METHOD(ITaskSettings, put_DisallowStartIfOnBatteries, "b", {}),
+    METHOD(ITaskSettings, put_StopIfGoingOnBatteries, "b", {}),
+    METHOD(ITaskSettings, put_RestartCount, "n", {}),
+    METHOD(ITaskSettings, put_RestartInterval, "s", {}),
+    METHOD(ITaskSettings, get_IdleSettings, ">", L"IIdleSettings"),
+    METHOD(IIdleSettings, put_StopOnIdleEnd, "b", {}),
+    METHOD(ITriggerCollection, Create, "n>", L"ITrigger"),
+    METHOD(IActionCollection, Create, "n>", L"IAction"),
+    METHOD(IAction, QueryInterface, "i>", L"IExecAction"),
+    METHOD(IExecAction, put_Path, "s", {}),
+    METHOD(IExecAction, put_Arguments, "s", {}),
+    METHOD(IExecAction, put_WorkingDirectory, "s", {}),
+    METHOD(IPrincipal, put_GroupId, "s", {}),
+    METHOD(IPrincipal, put_RunLevel, "n", {}),
+    METHOD(IRegisteredTaskCollection, get_Count, "c", {}),
+    METHOD(IRegisteredTaskCollection, get_Item, "v>", L"IRegisteredTask"),
+    METHOD(IRegisteredTask, get_Name, "t", {}),
+    METHOD(IRegisteredTask, put_Enabled, "b", {}),
+};
+// clang-format on
 
 struct Object {
-    const void *functions;
-    /// Which interface it plays, as in the table of methods.
-    std::wstring kind;
-    /// What it stands for, where that matters: a folder's path, a task's name.
-    std::wstring name;
+    const void *const *functions;
+    std::wstring interfaceName;
+    std::wstring name; // of a registered task
     long references = 1;
 };
 
-struct Method {
-    const wchar_t *kind;
-    size_t offset;
-    const wchar_t *name;
-    /// One character a parameter: a (s)tring, (n)umber, (b)oolean, (v)ariant, (o)bject, (i)nterface
-    /// id or something that does not (m)atter; what is handed out is a new object (>), the number
-    /// of tasks (c) or the object's own name (t).
-    const char *parameters;
-    const wchar_t *handedOut;
-};
+RecordingScheduler *current = nullptr;
+extern const std::array<const void *, 64> functions;
 
-#define METHOD(kind, Interface, name, parameters, handedOut)                                       \
-    {                                                                                              \
-        kind, offsetof(Interface##Vtbl, name), L## #name, parameters, handedOut                    \
-    }
-
-const Method methods[] = {
-    METHOD(L"class", IClassFactory, CreateInstance, "mi>", L"service"),
-    METHOD(L"service", ITaskService, Connect, "vvvv", nullptr),
-    METHOD(L"service", ITaskService, GetFolder, "s>", L"folder"),
-    METHOD(L"service", ITaskService, NewTask, "n>", L"definition"),
-    METHOD(L"folder", ITaskFolder, GetFolder, "s>", L"folder"),
-    METHOD(L"folder", ITaskFolder, CreateFolder, "sv>", L"folder"),
-    METHOD(L"folder", ITaskFolder, DeleteFolder, "sn", nullptr),
-    METHOD(L"folder", ITaskFolder, GetTasks, "n>", L"tasks"),
-    METHOD(L"folder", ITaskFolder, DeleteTask, "sn", nullptr),
-    METHOD(L"folder", ITaskFolder, RegisterTaskDefinition, "sonvvnv>", L"task"),
-    METHOD(L"definition", ITaskDefinition, get_Settings, ">", L"settings"),
-    METHOD(L"definition", ITaskDefinition, get_Triggers, ">", L"triggers"),
-    METHOD(L"definition", ITaskDefinition, get_Actions, ">", L"actions"),
-    METHOD(L"definition", ITaskDefinition, get_Principal, ">", L"principal"),
-    METHOD(L"settings", ITaskSettings, put_DisallowStartIfOnBatteries, "b", nullptr),
-    METHOD(L"settings", ITaskSettings, put_StopIfGoingOnBatteries, "b", nullptr),
-    METHOD(L"settings", ITaskSettings, put_RestartCount, "n", nullptr),
-    METHOD(L"settings", ITaskSettings, put_RestartInterval, "s", nullptr),
-    METHOD(L"settings", ITaskSettings, get_IdleSettings, ">", L"idle"),
-    METHOD(L"idle", IIdleSettings, put_StopOnIdleEnd, "b", nullptr),
-    METHOD(L"triggers", ITriggerCollection, Create, "n>", L"trigger"),
-    METHOD(L"actions", IActionCollection, Create, "n>", L"action"),
-    METHOD(L"action", IAction, QueryInterface, "i>", L"exec"),
-    METHOD(L"exec", IExecAction, put_Path, "s", nullptr),
-    METHOD(L"exec", IExecAction, put_Arguments, "s", nullptr),
-    METHOD(L"exec", IExecAction, put_WorkingDirectory, "s", nullptr),
-    METHOD(L"principal", IPrincipal, put_GroupId, "s", nullptr),
-    METHOD(L"principal", IPrincipal, put_RunLevel, "n", nullptr),
-    METHOD(L"tasks", IRegisteredTaskCollection, get_Count, "c", nullptr),
-    METHOD(L"tasks", IRegisteredTaskCollection, get_Item, "v>", L"task"),
-    METHOD(L"task", IRegisteredTask, get_Name, "t", nullptr),
-    METHOD(L"task", IRegisteredTask, put_Enabled, "b", nullptr),
-};
-
-std::wstring textOf(char kind, uintptr_t value)
+std::wstring textOf(char parameter, uintptr_t value)
 {
-    switch (kind) {
-    case 's':
+    if (parameter == 's')
         return reinterpret_cast<BSTR>(value);
-    case 'n':
+    if (parameter == 'n')
         return std::to_wstring(static_cast<int32_t>(value));
-    case 'b':
+    if (parameter == 'b')
         return static_cast<VARIANT_BOOL>(value) == VARIANT_FALSE ? L"false" : L"true";
-    case 'o':
-        return reinterpret_cast<Object *>(value)->kind;
-    case 'v': {
-        // A variant is larger than a register, so the caller passes the address of a copy.
-        const auto *variant = reinterpret_cast<const VARIANT *>(value);
-        return variant->vt == VT_I4      ? std::to_wstring(variant->lVal)
-               : variant->vt == VT_EMPTY ? L"empty"
-                                         : L"?";
-    }
-    case 'i': {
-        const auto &id = *reinterpret_cast<const IID *>(value);
-        return IsEqualIID(id, IID_ITaskService)  ? L"ITaskService"
-               : IsEqualIID(id, IID_IExecAction) ? L"IExecAction"
-                                                 : L"?";
-    }
-    default:
-        return {};
-    }
-}
-
-extern const void *const functions[64];
-
-Object *newObject(const Method &method, const std::wstring &argument)
-{
-    auto *object = new Object{functions, method.handedOut, argument};
-    if (object->kind == L"task" && std::wstring(method.name) == L"get_Item")
-        object->name = current->taskNames.at(std::stoul(argument) - 1);
-    current->live.push_back(object);
-    return object;
+    if (parameter == 'o')
+        return reinterpret_cast<Object *>(value)->interfaceName;
+    if (parameter == 'i')
+        return IsEqualIID(*reinterpret_cast<IID *>(value), IID_ITaskService)  ? L"ITaskService"
+               : IsEqualIID(*reinterpret_cast<IID *>(value), IID_IExecAction) ? L"IExecAction"
+                                                                              : L"?";
+    // A variant is larger than a register, so the caller passes the address of a copy.
+    const auto *variant = reinterpret_cast<VARIANT *>(value);
+    return variant->vt == VT_I4      ? std::to_wstring(variant->lVal)
+           : variant->vt == VT_EMPTY ? L"empty"
+                                     : L"?";
 }
 
 /// Takes the call down and carries it out. Every parameter of these interfaces takes one register
 /// or one place on the stack, so eight of them cover the longest call.
 HRESULT perform(Object *self, size_t slot, const uintptr_t (&values)[8])
 {
-    const auto method =
-        std::find_if(std::begin(methods), std::end(methods), [&](const Method &candidate) {
-            return self->kind == candidate.kind && candidate.offset == slot * sizeof(void *);
-        });
-    if (method == std::end(methods)) {
-        current->calls.push_back(L"unexpected call " + std::to_wstring(slot) + L" of " +
-                                 self->kind);
-        return E_NOTIMPL;
-    }
-    std::wstring line = self->kind + L"." + method->name, argument;
-    for (size_t i = 0; method->parameters[i]; ++i) {
-        const std::wstring text = textOf(method->parameters[i], values[i]);
-        line += text.empty() ? text : L" " + text;
-        argument = i == 0 ? text : argument;
+    const auto method = std::find_if(methods.begin(), methods.end(), [&](const Method &known) {
+        return self->interfaceName == known.interfaceName && known.offset == slot * sizeof(void *);
+    });
+    std::wstring line = self->interfaceName + L".";
+    line += method == methods.end() ? L"unexpected " + std::to_wstring(slot) : method->name;
+    for (size_t i = 0; method != methods.end() && i < method->parameters.size(); ++i) {
+        if (!std::strchr("m>ct", method->parameters[i]))
+            line += L" " + textOf(method->parameters[i], values[i]);
     }
     current->calls.push_back(line);
     const bool fails = current->failing.count(current->calls.size() - 1) > 0;
-    for (size_t i = 0; method->parameters[i]; ++i) {
-        auto *out = reinterpret_cast<void **>(values[i]);
-        // The true number also with a failure: it must not be used then.
-        if (method->parameters[i] == 'c')
-            *reinterpret_cast<LONG *>(out) = static_cast<LONG>(current->taskNames.size());
-        if (method->parameters[i] == 't' && !fails)
-            *reinterpret_cast<BSTR *>(out) = SysAllocString(self->name.c_str());
-        if (method->parameters[i] == '>' && !fails)
-            *out = newObject(*method, argument);
+    const char last = method == methods.end() ? ' ' : method->parameters.back();
+    const uintptr_t out = method == methods.end() ? 0 : values[method->parameters.size() - 1];
+    // The true number also with a failure: it must not be used then.
+    if (last == 'c')
+        *reinterpret_cast<LONG *>(out) = static_cast<LONG>(current->taskNames.size());
+    if (last == 't' && !fails)
+        *reinterpret_cast<BSTR *>(out) = SysAllocString(self->name.c_str());
+    if (last == '>' && !fails) {
+        auto *object = new Object{functions.data(), method->handedOut, {}};
+        if (method->name == L"get_Item")
+            object->name = current->taskNames.at(reinterpret_cast<VARIANT *>(values[0])->lVal - 1);
+        current->live.push_back(object);
+        *reinterpret_cast<Object **>(out) = object;
     }
     return fails ? E_FAIL : S_OK;
 }
@@ -159,9 +141,9 @@ HRESULT call(Object *self, uintptr_t a, uintptr_t b, uintptr_t c, uintptr_t d, u
 
 HRESULT query(Object *self, const IID *id, void **out)
 {
-    if (self->kind == L"action")
+    if (self->interfaceName == L"IAction")
         return perform(self, 0, {uintptr_t(id), uintptr_t(out)});
-    const bool known = self->kind == L"class" &&
+    const bool known = self->interfaceName == L"IClassFactory" &&
                        (IsEqualIID(*id, IID_IUnknown) || IsEqualIID(*id, IID_IClassFactory));
     *out = known ? self : nullptr;
     self->references += known;
@@ -184,29 +166,16 @@ ULONG release(Object *self)
     return 0;
 }
 
-template <size_t slot>
-const void *functionFor()
+template <size_t... slots>
+std::array<const void *, 64> makeFunctions(std::index_sequence<slots...>)
 {
-    switch (slot) {
-    case 0:
-        return reinterpret_cast<const void *>(query);
-    case 1:
-        return reinterpret_cast<const void *>(addReference);
-    case 2:
-        return reinterpret_cast<const void *>(release);
-    default:
-        return reinterpret_cast<const void *>(call<slot>);
-    }
+    return {reinterpret_cast<void *>(query), reinterpret_cast<void *>(addReference),
+            reinterpret_cast<void *>(release), reinterpret_cast<void *>(call<slots + 3>)...};
 }
+const std::array<const void *, 64> functions = makeFunctions(std::make_index_sequence<61>());
 
-// The only object that lives as long as the process; COM holds references to it.
-Object classObject = {functions, L"class", {}};
-
-#define EIGHT(n)                                                                                   \
-    functionFor<n>(), functionFor<n + 1>(), functionFor<n + 2>(), functionFor<n + 3>(),            \
-        functionFor<n + 4>(), functionFor<n + 5>(), functionFor<n + 6>(), functionFor<n + 7>()
-const void *const functions[64] = {EIGHT(0),  EIGHT(8),  EIGHT(16), EIGHT(24),
-                                   EIGHT(32), EIGHT(40), EIGHT(48), EIGHT(56)};
+// COM holds references to it, so it lives as long as the process.
+Object classObject = {functions.data(), L"IClassFactory", {}};
 
 } // namespace
 

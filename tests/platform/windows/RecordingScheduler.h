@@ -12,18 +12,12 @@ public:
     RecordingScheduler();
     ~RecordingScheduler();
 
-    /// One line a call, such as "service.GetFolder(\Brekka)".
-    std::vector<std::wstring> calls;
-    /// Numbers of the calls, from 0, that answer E_FAIL.
-    std::set<size_t> failing;
-    /// The registered tasks that our folder holds.
-    std::vector<std::wstring> taskNames;
-    /// Objects handed out and not given back, the latest last.
-    std::vector<const void *> live;
-    /// Whether an object was given back while a later one was still held.
-    bool releasedOutOfOrder = false;
-    /// References to the class object that were taken and not given back.
-    long classReferences() const;
+    std::vector<std::wstring> calls;     ///< such as "ITaskService.GetFolder \Brekka"
+    std::set<size_t> failing;            ///< numbers of the calls, from 0, that answer E_FAIL
+    std::vector<std::wstring> taskNames; ///< the tasks that our folder holds
+    std::vector<const void *> live;      ///< objects not given back yet, the latest last
+    bool releasedOutOfOrder = false;     ///< whether one was given back before a later one
+    long classReferences() const;        ///< references to the class object not given back
 
 private:
     unsigned long m_registration = 0;

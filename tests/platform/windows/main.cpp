@@ -3,6 +3,7 @@
 #include "RecordingScheduler.h"
 #include "UserName.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -13,73 +14,40 @@
 namespace
 {
 
+using Calls = std::vector<std::wstring>;
+
 int passed = 0;
 int failed = 0;
 
-void check(bool good, const std::string &what, const std::string &detail = {})
+void check(bool good, const std::string &what)
 {
     good ? ++passed : ++failed;
     if (!good)
-        std::printf("FAIL %s\n%s", what.c_str(), detail.c_str());
-}
-
-using Calls = std::vector<std::wstring>;
-
-std::string difference(const Calls &expected, const Calls &actual)
-{
-    std::string text;
-    for (size_t i = 0; i < std::max(expected.size(), actual.size()); ++i) {
-        const std::wstring left = i < expected.size() ? expected[i] : L"-";
-        const std::wstring right = i < actual.size() ? actual[i] : L"-";
-        if (left != right)
-            text += "  expected " + std::string(left.begin(), left.end()) + "\n    actual " +
-                    std::string(right.begin(), right.end()) + '\n';
-    }
-    return text;
+        std::printf("FAIL %s\n", what.c_str());
 }
 
 /// Runs \a operation against a recording scheduler whose calls numbered in \a failing fail.
 template <typename Operation>
 void checkRun(const std::string &what, Operation operation, const std::set<size_t> &failing,
-              bool expectedResult, const Calls &expected,
-              const std::vector<std::wstring> &taskNames = {})
+              bool expectedResult, const Calls &expected, const Calls &taskNames = {})
 {
     RecordingScheduler scheduler;
     scheduler.failing = failing;
     scheduler.taskNames = taskNames;
     check(operation() == expectedResult, what + ": result");
-    check(scheduler.calls == expected, what + ": calls", difference(expected, scheduler.calls));
+    check(scheduler.calls == expected, what + ": calls");
+    if (scheduler.calls != expected)
+        for (const std::wstring &call : scheduler.calls)
+            std::printf("  %ls\n", call.c_str());
     check(scheduler.live.empty() && scheduler.classReferences() == 0, what + ": all released");
     check(!scheduler.releasedOutOfOrder, what + ": released in reverse order");
 }
 
-const Calls createCalls = {
-    L"class.CreateInstance ITaskService",
-    L"service.Connect empty empty empty empty",
-    L"service.GetFolder \\",
-    L"folder.GetFolder \\Brekka",
-    L"service.NewTask 0",
-    L"definition.get_Settings",
-    L"settings.put_DisallowStartIfOnBatteries false",
-    L"settings.put_StopIfGoingOnBatteries false",
-    L"settings.put_RestartCount 3",
-    L"settings.put_RestartInterval PT3M",
-    L"settings.get_IdleSettings",
-    L"idle.put_StopOnIdleEnd false",
-    L"definition.get_Triggers",
-    L"triggers.Create 9",
-    L"definition.get_Actions",
-    L"actions.Create 0",
-    L"action.QueryInterface IExecAction",
-    L"exec.put_Path C:/Games/App\\BrekkaUpdater.exe",
-    L"exec.put_Arguments -s",
-    L"exec.put_WorkingDirectory C:/Games/App",
-    L"definition.get_Principal",
-    L"principal.put_GroupId Users",
-    L"principal.put_RunLevel 1",
-    L"folder.RegisterTaskDefinition BrekkaTask definition 6 empty empty 3 empty",
-};
-const size_t openOurFolder = 3;
+Calls cut(Calls calls, size_t count)
+{
+    calls.resize(count);
+    return calls;
+}
 
 bool create()
 {
@@ -89,129 +57,111 @@ bool create()
 
 void testCreateTask()
 {
-    checkRun("create", create, {}, true, createCalls);
-    for (size_t i = 0; i < createCalls.size(); ++i) {
-        if (i != openOurFolder)
-            checkRun("create, failing call " + std::to_string(i), create, {i}, false,
-                     Calls(createCalls.begin(), createCalls.begin() + i + 1));
-    }
-
-    Calls withNewFolder = createCalls;
-    withNewFolder.insert(withNewFolder.begin() + openOurFolder + 1,
-                         L"folder.CreateFolder \\Brekka empty");
-    checkRun("create, no folder yet", create, {openOurFolder}, true, withNewFolder);
-    withNewFolder.resize(openOurFolder + 2);
-    checkRun("create, folder refused", create, {openOurFolder, openOurFolder + 1}, false,
-             withNewFolder);
-
-    Calls pathAlone = createCalls;
-    pathAlone.erase(pathAlone.begin() + 18, pathAlone.begin() + 20);
-    const auto createPathAlone = [] {
-        return CTaskSchdMgr().CreateTask(L"BrekkaTask", L"C:/Games/App\\BrekkaUpdater.exe", nullptr,
-                                         nullptr);
+    const Calls all = {
+        L"IClassFactory.CreateInstance ITaskService",
+        L"ITaskService.Connect empty empty empty empty",
+        L"ITaskService.GetFolder \\",
+        L"ITaskFolder.GetFolder \\Brekka",
+        L"ITaskService.NewTask 0",
+        L"ITaskDefinition.get_Settings",
+        L"ITaskSettings.put_DisallowStartIfOnBatteries false",
+        L"ITaskSettings.put_StopIfGoingOnBatteries false",
+        L"ITaskSettings.put_RestartCount 3",
+        L"ITaskSettings.put_RestartInterval PT3M",
+        L"ITaskSettings.get_IdleSettings",
+        L"IIdleSettings.put_StopOnIdleEnd false",
+        L"ITaskDefinition.get_Triggers",
+        L"ITriggerCollection.Create 9",
+        L"ITaskDefinition.get_Actions",
+        L"IActionCollection.Create 0",
+        L"IAction.QueryInterface IExecAction",
+        L"IExecAction.put_Path C:/Games/App\\BrekkaUpdater.exe",
+        L"IExecAction.put_Arguments -s",
+        L"IExecAction.put_WorkingDirectory C:/Games/App",
+        L"ITaskDefinition.get_Principal",
+        L"IPrincipal.put_GroupId Users",
+        L"IPrincipal.put_RunLevel 1",
+        L"ITaskFolder.RegisterTaskDefinition BrekkaTask ITaskDefinition 6 empty empty 3 empty",
     };
-    checkRun("create, path alone", createPathAlone, {}, true, pathAlone);
+    const size_t ourFolder = 3, arguments = 18;
+    checkRun("create", create, {}, true, all);
+    for (size_t i = 0; i < all.size(); ++i) {
+        if (i != ourFolder)
+            checkRun("create, failing call " + std::to_string(i), create, {i}, false,
+                     cut(all, i + 1));
+    }
+    Calls newFolder = all;
+    newFolder.insert(newFolder.begin() + ourFolder + 1, L"ITaskFolder.CreateFolder \\Brekka empty");
+    checkRun("create, no folder yet", create, {ourFolder}, true, newFolder);
+    checkRun("create, folder refused", create, {ourFolder, ourFolder + 1}, false,
+             cut(newFolder, ourFolder + 2));
 
-    const auto nothing = [] {
-        return CTaskSchdMgr().CreateTask(nullptr, L"C:\\a.exe", nullptr, nullptr) ||
+    Calls pathAlone = all;
+    pathAlone.erase(pathAlone.begin() + arguments, pathAlone.begin() + arguments + 2);
+    const wchar_t *program = L"C:/Games/App\\BrekkaUpdater.exe";
+    const auto createAlone = [=] {
+        return CTaskSchdMgr().CreateTask(L"BrekkaTask", program, nullptr, nullptr);
+    };
+    checkRun("create, path alone", createAlone, {}, true, pathAlone);
+    const auto refused = [=] {
+        return CTaskSchdMgr().CreateTask(nullptr, program, nullptr, nullptr) ||
                CTaskSchdMgr().CreateTask(L"BrekkaTask", nullptr, nullptr, nullptr) ||
                CTaskSchdMgr().DeleteTask(nullptr, true);
     };
-    checkRun("null name or path", nothing, {}, false, {});
+    checkRun("null name or path", refused, {}, false, {});
 }
 
 void testDeleteTask()
 {
-    const Calls open = {L"class.CreateInstance ITaskService",
-                        L"service.Connect empty empty empty empty", L"service.GetFolder \\Brekka",
-                        L"folder.GetTasks 1", L"tasks.get_Count"};
-    const Calls deleteFolder = {L"service.GetFolder \\", L"folder.DeleteFolder \\Brekka 0"};
-    const Calls first = {L"tasks.get_Item 1", L"task.get_Name"};
-    const Calls second = {L"tasks.get_Item 2", L"task.get_Name", L"task.put_Enabled false",
-                          L"folder.DeleteTask brekkatask 0"};
-    const Calls third = {L"tasks.get_Item 3", L"task.get_Name", L"task.put_Enabled false",
-                         L"folder.DeleteTask BrekkaTask 0"};
-    const auto join = [](std::initializer_list<Calls> parts) {
-        Calls all;
-        for (const Calls &part : parts)
-            all.insert(all.end(), part.begin(), part.end());
-        return all;
+    const Calls all = {
+        L"IClassFactory.CreateInstance ITaskService",
+        L"ITaskService.Connect empty empty empty empty",
+        L"ITaskService.GetFolder \\Brekka",
+        L"ITaskFolder.GetTasks 1",
+        L"IRegisteredTaskCollection.get_Count",
+        L"IRegisteredTaskCollection.get_Item 1",
+        L"IRegisteredTask.get_Name",
+        L"IRegisteredTaskCollection.get_Item 2",
+        L"IRegisteredTask.get_Name",
+        L"IRegisteredTask.put_Enabled false",
+        L"ITaskFolder.DeleteTask brekkatask 0",
+        L"ITaskService.GetFolder \\",
+        L"ITaskFolder.DeleteFolder \\Brekka 0",
     };
-    const auto cut = [](Calls calls, size_t count) {
-        calls.resize(count);
+    const auto without = [&](size_t first, size_t end) {
+        Calls calls = all;
+        calls.erase(calls.begin() + first, calls.begin() + end);
         return calls;
     };
-    const Calls all = join({open, first, second, deleteFolder});
-
-    const struct {
-        const char *what;
-        std::set<size_t> failing;
-        bool result;
-        Calls calls;
-        std::vector<std::wstring> tasks;
-    } cases[] = {
-        {"delete", {}, true, all, {L"Other", L"brekkatask", L"BrekkaTask"}},
-        {"delete, no such task", {}, false, join({open, first, deleteFolder}), {L"Other"}},
-        {"delete, no tasks", {}, false, join({open, deleteFolder}), {}},
-        {"delete, no service", {0}, false, cut(open, 1), {L"BrekkaTask"}},
-        {"delete, no connection", {1}, false, cut(open, 2), {L"BrekkaTask"}},
-        {"delete, no folder", {2}, false, cut(open, 3), {L"BrekkaTask"}},
-        {"delete, no list", {3}, false, cut(open, 4), {L"BrekkaTask"}},
-        {"delete, no count", {4}, false, join({open, deleteFolder}), {L"BrekkaTask"}},
-        {"delete, no first task",
-         {5},
-         true,
-         join({open, cut(first, 1), second, deleteFolder}),
-         {L"Other", L"brekkatask"}},
-        {"delete, no name",
-         {8},
-         true,
-         join({open, first, cut(second, 2), third, deleteFolder}),
-         {L"Other", L"brekkatask", L"BrekkaTask"}},
-        {"delete, not disabled", {9}, true, all, {L"Other", L"brekkatask"}},
-        {"delete, not deleted", {10}, true, all, {L"Other", L"brekkatask"}},
-        {"delete, no root", {11}, true, cut(all, 12), {L"Other", L"brekkatask"}},
-        {"delete, folder stays", {12}, true, all, {L"Other", L"brekkatask"}},
-    };
-    for (const auto &row : cases)
-        checkRun(
-            row.what, [] { return CTaskSchdMgr().DeleteTask(L"BrekkaTask", true); }, row.failing,
-            row.result, row.calls, row.tasks);
-    checkRun("delete the task alone",
-             [] { return CTaskSchdMgr().DeleteTask(L"BrekkaTask", false); }, {}, true, cut(all, 11),
-             {L"Other", L"brekkatask"});
+    const Calls names = {L"Other", L"brekkatask", L"Another"};
+    const auto remove = [] { return CTaskSchdMgr().DeleteTask(L"BrekkaTask", true); };
+    checkRun("delete", remove, {}, true, all, names);
+    checkRun("delete, no such task", remove, {}, false, without(7, 11), {L"Other"});
+    for (size_t i = 0; i < 4; ++i)
+        checkRun("delete, not opened", remove, {i}, false, cut(all, i + 1), names);
+    checkRun("delete, no count", remove, {4}, false, without(5, 11), names);
+    checkRun("delete, no first task", remove, {5}, true, without(6, 7), names);
+    checkRun("delete, no first name", remove, {6}, true, all, names);
+    checkRun("delete, outcomes ignored", remove, {9, 10, 12}, true, all, names);
+    checkRun("delete, no root", remove, {11}, true, cut(all, 12), names);
+    const auto removeTask = [] { return CTaskSchdMgr().DeleteTask(L"BrekkaTask", false); };
+    checkRun("delete the task alone", removeTask, {}, true, cut(all, 11), names);
 }
 
-/// The emulated scheduler knows no logon triggers. On a thread that never set COM up.
-void testSchedulerWithoutLogonTriggers()
+/// Wine's scheduler knows no logon triggers. On a thread that never set COM up.
+void testWithoutLogonTriggers()
 {
-    const HMODULE library = GetModuleHandleW(L"ntdll.dll");
-    if (!library || !GetProcAddress(library, "wine_get_version")) {
-        std::printf("On real Windows the scheduler is left alone.\n");
+    if (!GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version")) {
+        std::printf("The scheduler of a real Windows is left alone.\n");
         return;
     }
     std::thread([] {
-        check(!create(), "create with the emulated scheduler");
-        check(!CTaskSchdMgr().DeleteTask(L"BrekkaTask", true),
-              "delete with the emulated scheduler");
+        check(!create(), "create with Wine's scheduler");
+        check(!CTaskSchdMgr().DeleteTask(L"BrekkaTask", true), "delete with Wine's scheduler");
         APTTYPE type;
         APTTYPEQUALIFIER qualifier;
-        check(CoGetApartmentType(&type, &qualifier) == CO_E_NOTINITIALIZED,
-              "COM is left as it was found");
+        check(CoGetApartmentType(&type, &qualifier) == CO_E_NOTINITIALIZED, "COM as it was");
     }).join();
-}
-
-void testFileVersion(const std::string &folder, const char *made, const char *madeVersion)
-{
-    const std::pair<std::string, std::string> cases[] = {
-        {folder + "/versioned.dll", "1.6.1.1023"},
-        {folder + "/plain.dll", ""},
-        {folder + "/CMakeCache.txt", ""},
-        {folder + "/missing.dll", ""},
-        {made, madeVersion},
-    };
-    for (const auto &[path, version] : cases)
-        check(fileVersion(path) == version, "version of " + path, "  " + fileVersion(path) + '\n');
 }
 
 } // namespace
@@ -224,10 +174,18 @@ int main(int argc, char **argv)
     CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     testCreateTask();
     testDeleteTask();
-    testSchedulerWithoutLogonTriggers();
-    testFileVersion(argv[1], argv[2], argv[3]);
+    testWithoutLogonTriggers();
+    const std::string folder = argv[1];
+    const std::pair<std::string, std::string> versions[] = {
+        {folder + "/versioned.dll", "1.6.1.1023"},
+        {folder + "/plain.dll", ""},
+        {folder + "/CMakeCache.txt", ""},
+        {folder + "/missing.dll", ""},
+        {argv[2], argv[3]}};
+    for (const auto &[path, version] : versions)
+        check(fileVersion(path) == version, "version of " + path + ": " + fileVersion(path));
     const char *user = std::getenv("USERNAME");
-    check(user && *user && currentUserName() == user, "user name", currentUserName() + '\n');
+    check(user && *user && currentUserName() == user, "user name " + currentUserName());
     CoUninitialize();
     std::printf("%d passed, %d failed\n", passed, failed);
     return failed == 0 ? 0 : 1;
