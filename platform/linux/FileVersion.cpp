@@ -23,8 +23,7 @@ class Bytes
 {
 public:
     /// The \a size bytes at \a offset, or nothing when the file ends before.
-    Bytes(std::ifstream &file, uint64_t offset, size_t size)
-        : m_bytes(size)
+    Bytes(std::ifstream &file, uint64_t offset, size_t size) : m_bytes(size)
     {
         file.clear();
         file.seekg(static_cast<std::streamoff>(offset));
@@ -47,10 +46,7 @@ private:
 class Executable
 {
 public:
-    explicit Executable(const std::string &path)
-        : m_file(path, std::ios::binary)
-    {
-    }
+    explicit Executable(const std::string &path) : m_file(path, std::ios::binary) {}
 
     /// Reads the headers; false when this is no executable or it has no resources.
     bool open();

@@ -92,10 +92,7 @@ QString existingName(const QString &folder, const QString &name)
 
 } // namespace
 
-WinePrefix::WinePrefix(const QString &folder)
-    : m_folder(folder)
-{
-}
+WinePrefix::WinePrefix(const QString &folder) : m_folder(folder) {}
 
 WinePrefix WinePrefix::current()
 {
@@ -137,7 +134,7 @@ QString WinePrefix::nativePath(const QString &windowsPath) const
         return {};
     if (path == QLatin1String("/"))
         path.clear();
-    QStringList names = windowsPath.mid(3).split(separator);
+    const QStringList names = windowsPath.mid(3).split(separator);
     for (const QString &name : names)
         path += '/' + existingName(path, name);
     return path;

@@ -10,10 +10,7 @@
 class ComApartment
 {
 public:
-    ComApartment()
-        : m_result(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))
-    {
-    }
+    ComApartment() : m_result(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {}
     ~ComApartment()
     {
         if (SUCCEEDED(m_result))
@@ -62,8 +59,7 @@ class ComString
 {
 public:
     ComString() = default;
-    explicit ComString(const wchar_t *text)
-        : m_string(SysAllocString(text))
+    explicit ComString(const wchar_t *text) : m_string(SysAllocString(text))
     {
         // A null string would be taken for an empty one, and so name another task or folder.
         if (!m_string)
@@ -85,8 +81,7 @@ class ComVariant
 {
 public:
     ComVariant() { VariantInit(&m_value); }
-    explicit ComVariant(LONG number)
-        : ComVariant()
+    explicit ComVariant(LONG number) : ComVariant()
     {
         m_value.vt = VT_I4;
         m_value.lVal = number;
