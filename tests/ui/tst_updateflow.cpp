@@ -331,15 +331,15 @@ void tst_UpdateFlow::addButtonRuns()
            });
     QTest::newRow("button: package there") << Step(none) << Step([](UpdateScene &scene) {
         WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        const int manifests = scene.manifests();
         Files::write(scene.game() + "/mods/a.pyc", "altered");
         scene.press("m_installPlugin");
         WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        QVERIFY(scene.logged("OnCheckFileResult") == 0 || scene.manifests() >= manifests);
         QCOMPARE(scene.packages(), 1);
     });
     QTest::newRow("button: package missing") << Step(none) << Step([](UpdateScene &scene) {
         WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
+        // The window's copy of the settings lags the store by one exchange.
+        WAIT_FOR(scene.logged("OnSettingChanged \"packagecheck\"") == 2);
         QVERIFY(QFile::remove(Paths::packageFile()));
         scene.press("m_installPlugin");
         WAIT_FOR(scene.packages() == 2);
