@@ -7,6 +7,9 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 source "$root/scripts/demo.sh"
 
+# One decimal point for all who read or write a number here.
+export LC_ALL=C.UTF-8
+
 bench=$root/build/bench
 data=$bench/data
 target=$bench/target
@@ -24,7 +27,7 @@ random_text() {
 
 # publish FOLDER : packs it into FOLDER.out and lists its files' checksums in FOLDER.md5.
 publish() {
-    (cd "$1" && find . -type f -printf '%P\0' | LC_ALL=C sort -z | xargs -0 md5sum) >"$1.md5"
+    (cd "$1" && find . -type f -printf '%P\0' | sort -z | xargs -0 md5sum) >"$1.md5"
     "$root/build/release/bin/brekka-publish" --plugin-dir "$1" --plugin-version "$version" \
         --base-url http://127.0.0.1:1 --out "$1.out" >/dev/null
 }
@@ -54,11 +57,11 @@ make_data() {
 seconds() {
     local start=$EPOCHREALTIME
     "$@" >"$bench/output" 2>&1 || fail "failed: $* ($(tail -n 1 "$bench/output"))"
-    took=$(LC_ALL=C awk "BEGIN { print $EPOCHREALTIME - $start }")
+    took=$(awk "BEGIN { print $EPOCHREALTIME - $start }")
 }
 
 median() {
-    printf '%s\n' "$@" | LC_ALL=C sort -g | sed -n "$((($# + 1) / 2))p"
+    printf '%s\n' "$@" | sort -g | sed -n "$((($# + 1) / 2))p"
 }
 
 heading() {
@@ -77,7 +80,7 @@ compare() {
         seconds "$4"
         [ "$run" = 0 ] || tool+=("$took")
     done
-    LC_ALL=C awk -v name="$name" -v goal="$goal" -v ours="$(median "${ours[@]}")" \
+    awk -v name="$name" -v goal="$goal" -v ours="$(median "${ours[@]}")" \
         -v tool="$(median "${tool[@]}")" \
         'BEGIN { printf "%-34s %8.3f s %8.3f s %7.2f   %s\n", name, ours, tool, ours / tool, goal }'
 }
@@ -183,7 +186,7 @@ peak() {
 
 # compare_memory NAME SMALL LARGE : prints two peaks.
 compare_memory() {
-    LC_ALL=C awk -v name="$1" -v small="$2" -v large="$3" 'BEGIN {
+    awk -v name="$1" -v small="$2" -v large="$3" 'BEGIN {
         printf "%-34s %6.1f MiB %6.1f MiB %7.2f   %s\n",
             name, small / 1024, large / 1024, large / small, "flat" }'
 }
