@@ -1,0 +1,45 @@
+#include "SharedBlock.h"
+
+namespace
+{
+constexpr qint64 kNoProcess = -1;
+} // namespace
+
+void SharedBlock::reset()
+{
+    secondaryCount = 0;
+    clearPrimary();
+}
+
+void SharedBlock::setPrimary(qint64 processId, const QByteArray &userName)
+{
+    primaryRunning = 1;
+    primaryProcessId = processId;
+    qstrncpy(primaryUserName, userName.constData(), kUserNameSize);
+    checksum = computeChecksum();
+}
+
+void SharedBlock::clearPrimary()
+{
+    primaryRunning = 0;
+    primaryProcessId = kNoProcess;
+    primaryUserName[0] = '\0';
+    checksum = computeChecksum();
+}
+
+quint32 SharedBlock::addSecondary()
+{
+    ++secondaryCount;
+    checksum = computeChecksum();
+    return secondaryCount;
+}
+
+QString SharedBlock::userName() const
+{
+    return QString::fromUtf8(primaryUserName, int(qstrnlen(primaryUserName, kUserNameSize)));
+}
+
+quint16 SharedBlock::computeChecksum() const
+{
+    return qChecksum(reinterpret_cast<const char *>(this), offsetof(SharedBlock, checksum));
+}

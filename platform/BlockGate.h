@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QString>
+
+/// Lets one process at a time create, attach, lock or release a shared memory block.
+///
+/// Where the toolkit keeps the block and its lock in System V objects, three things need it: a
+/// block outlives the last process that held it; every process that tries to create the block
+/// resets the lock, also while another one holds it; and each of them removes the lock as it ends.
+/// The gate is a file lock on the block's own key file, so it adds no file and ends with its
+/// holder, however that ends. Where the system looks after all this itself, the operations do
+/// nothing.
+///
+/// A key file that can't be opened leaves the gate open: the toolkit meets the same obstacle and
+/// reports it. Not thread-safe; one gate serves one block for one thread.
+class BlockGate
+{
+public:
+    /// \a nativeKey is what QSharedMemory::nativeKey() gives for the block.
+    explicit BlockGate(const QString &nativeKey);
+    ~BlockGate();
+    BlockGate(const BlockGate &) = delete;
+    BlockGate &operator=(const BlockGate &) = delete;
+
+    /// Waits for the gate, without a time limit. Does nothing when this process is inside already.
+    void enter();
+    /// Lets the next one in. Does nothing outside.
+    void leave();
+
+    /// Prepares the creation of a block of \a size bytes; call it inside. Frees a block of that
+    /// size that no process holds any more. When the key leads to a block that can't be ours, that
+    /// block stays as it is and the key file is replaced, which changes the key.
+    void makeWay(qint64 size);
+
+private:
+    QString m_path;
+    int m_file = -1;
+    bool m_fresh = false; ///< the key file did not exist before
+};

@@ -1,0 +1,111 @@
+#include "BlockGate.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+constexpr int kKeyProject = 'Q'; // what the toolkit gives to ftok() beside the key file
+constexpr mode_t kKeyFileMode = 0640;
+constexpr int kReplaceAttempts = 8;
+
+void lockFile(int file)
+{
+    while (flock(file, LOCK_EX) == -1 && errno == EINTR) {
+    }
+}
+
+bool isFileAt(int file, const QByteArray &path)
+{
+    struct stat opened = {};
+    struct stat named = {};
+    return fstat(file, &opened) == 0 && lstat(path.constData(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+/// Puts a new, locked file in place of the one at \a path. The two exist side by side for a moment,
+/// so the new one has another inode number and with it most likely another key.
+int replaceFile(const QByteArray &path)
+{
+    QByteArray temporary = path + ".XXXXXX";
+    const int file = mkostemp(temporary.data(), O_CLOEXEC);
+    if (file == -1)
+        return -1;
+    lockFile(file);
+    if (fchmod(file, kKeyFileMode) == 0 && rename(temporary.constData(), path.constData()) == 0)
+        return file;
+    unlink(temporary.constData());
+    close(file);
+    return -1;
+}
+} // namespace
+
+BlockGate::BlockGate(const QString &nativeKey) : m_path(nativeKey) {}
+
+BlockGate::~BlockGate()
+{
+    leave();
+}
+
+void BlockGate::enter()
+{
+    const QByteArray path = QFile::encodeName(m_path);
+    while (m_file == -1) {
+        constexpr int flags = O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW;
+        int file = open(path.constData(), flags | O_EXCL, kKeyFileMode);
+        m_fresh = file != -1;
+        if (file == -1 && errno == EEXIST)
+            file = open(path.constData(), flags, kKeyFileMode);
+        if (file == -1)
+            return;
+        lockFile(file);
+        // The one before us may have removed or replaced the file while we waited for it.
+        if (isFileAt(file, path))
+            m_file = file;
+        else
+            close(file);
+    }
+}
+
+void BlockGate::leave()
+{
+    if (m_file == -1)
+        return;
+    close(m_file);
+    m_file = -1;
+}
+
+void BlockGate::makeWay(qint64 size)
+{
+    if (m_file == -1)
+        return;
+    const QByteArray path = QFile::encodeName(m_path);
+    for (int attempt = 0; attempt < kReplaceAttempts; ++attempt) {
+        const key_t key = ftok(path.constData(), kKeyProject);
+        const int block = key == -1 ? -1 : shmget(key, 0, 0);
+        if (block == -1)
+            return;
+        // The key holds 16 bits of the inode number, so other programs' blocks can turn up under
+        // it. Ours has our size, is readable, and never is older than our key file.
+        shmid_ds state = {};
+        if (!m_fresh && shmctl(block, IPC_STAT, &state) == 0 && qint64(state.shm_segsz) == size) {
+            if (state.shm_nattch == 0)
+                shmctl(block, IPC_RMID, nullptr);
+            return;
+        }
+        const int replaced = replaceFile(path);
+        if (replaced == -1)
+            return;
+        close(m_file);
+        m_file = replaced;
+        m_fresh = true;
+    }
+}

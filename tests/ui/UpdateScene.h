@@ -1,0 +1,66 @@
+#pragma once
+
+#include "Files.h"
+#include "HttpServer.h"
+
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+
+class MainWindow;
+class QLabel;
+class QPushButton;
+
+/// The real main window with the real controller, in a folder of its own and against a server of
+/// its own. One a process, since the controller is.
+class UpdateScene : public QObject
+{
+public:
+    UpdateScene();
+    ~UpdateScene() override;
+
+    /// Has the server offer \a tree as \a version, well and whole.
+    void publish(const Files::Tree &tree, const QString &version);
+    /// Changes the settings file, before start(); keys are "group/key" or "key".
+    void set(const QString &key, const QVariant &value);
+    QVariant stored(const QString &key) const;
+
+    void start(bool visible = true);
+    void press(const char *button);
+    template <typename Widget>
+    Widget *widget(const char *name) const;
+
+    /// Whether the game folder holds exactly the game and \a tree, and the record says so.
+    bool isInstalled(const Files::Tree &tree, const QString &version) const;
+    /// How often a debug line with \a text was written.
+    int logged(const QString &text) const;
+    int manifests() const { return server.count("/cms/upgrade"); }
+    int packages() const { return server.count("/package.zip"); }
+    QString game() const { return m_dir.filePath("root/game"); }
+    /// Everything that is neither in the game folder nor in the working folder.
+    QStringList strays() const;
+
+    HttpServer server;
+    Files::Tree plugin;
+    QByteArray archive;   ///< as publish() made it
+    QByteArray manifest;  ///< as publish() made it
+    QStringList messages; ///< texts of the message boxes that came up; each was closed
+    std::unique_ptr<MainWindow> window;
+
+private:
+    void answerMessageBox();
+
+    QTemporaryDir m_dir;
+    QTimer m_messageBoxes;
+};
+
+#include "MainWindow.h"
+
+template <typename Widget>
+Widget *UpdateScene::widget(const char *name) const
+{
+    return window->findChild<Widget *>(QLatin1String(name));
+}

@@ -1,0 +1,51 @@
+#include "ReminderWidget.h"
+
+#include "ui_ReminderWidget.h"
+
+#include <QPropertyAnimation>
+#include <QTimer>
+
+namespace
+{
+constexpr int StayTime = 1000; // milliseconds
+constexpr int FadeTime = 400;  // milliseconds
+constexpr qreal Opacity = 0.6;
+} // namespace
+
+void ReminderWidget::showReminder(QWidget *parent)
+{
+    auto *toast = new ReminderWidget;
+    toast->setWindowOpacity(Opacity);
+    const QPoint origin = parent->mapToGlobal(QPoint(0, 0));
+    toast->move(origin.x() + (parent->width() - toast->width()) / 2,
+                origin.y() + (parent->height() - toast->height()) / 2);
+    toast->m_startTimer->start(StayTime);
+    toast->m_startTimer->setSingleShot(true);
+    connect(toast->m_startTimer, &QTimer::timeout, toast, &ReminderWidget::StartQuit);
+    toast->setWindowFlags(Qt::SubWindow | Qt::FramelessWindowHint | Qt::WindowMinimizeButtonHint);
+    toast->show();
+}
+
+ReminderWidget::ReminderWidget(QWidget *parent)
+    : QWidget(parent), m_form(std::make_unique<Ui_ReminderWidget>()), m_startTimer(new QTimer(this))
+{
+    m_form->setupUi(this);
+}
+
+ReminderWidget::~ReminderWidget() = default;
+
+void ReminderWidget::StartQuit()
+{
+    auto *fade = new QPropertyAnimation(this, "windowOpacity");
+    fade->setDuration(FadeTime);
+    fade->setStartValue(Opacity);
+    fade->setEndValue(0);
+    connect(
+        fade, &QPropertyAnimation::valueChanged, this,
+        [this](const QVariant &value) {
+            if (value.toDouble() <= 0)
+                close();
+        },
+        Qt::DirectConnection);
+    fade->start(QAbstractAnimation::DeleteWhenStopped);
+}
