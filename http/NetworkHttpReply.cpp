@@ -17,13 +17,9 @@ NetworkHttpReply::NetworkHttpReply(const HttpRequest &req, Http &client)
     m_readTimeoutTimer->setInterval(m_client.readTimeout());
     connect(m_readTimeoutTimer, &QTimer::timeout, this, &NetworkHttpReply::readTimeout,
             Qt::UniqueConnection);
-    if (send(m_request))
-        return;
-
-    // With nothing on its way the reply has no network reply to belong to; the manager keeps it in
-    // case that the event loop never gets to announce the failure.
-    setParent(&Http::accessManager());
-    QMetaObject::invokeMethod(this, &NetworkHttpReply::emitError, Qt::QueuedConnection);
+    // With nothing on its way no signal of the network will ever end this request.
+    if (!send(m_request))
+        QMetaObject::invokeMethod(this, &NetworkHttpReply::emitError, Qt::QueuedConnection);
 }
 
 QUrl NetworkHttpReply::url() const
