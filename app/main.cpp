@@ -15,7 +15,6 @@ constexpr int HandOverTimeout = 10000; // milliseconds, to hand over the command
 /// What has to be settled before there is an application object.
 void setPlatformDefaults()
 {
-    Q_INIT_RESOURCE(brekka); // sits in a static library
     qputenv("QT_ENABLE_HIGHDPI_SCALING", "1");
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling, true);
@@ -47,8 +46,10 @@ int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver
     parser.setApplicationDescription(QString());
     parser.addHelpOption();
     parser.addVersionOption();
-    const QCommandLineOption silentOption({QStringLiteral("s"), QStringLiteral("slient start")});
-    const QCommandLineOption uninstallOption({QStringLiteral("u"), QStringLiteral("uninstall")});
+    const QCommandLineOption silentOption(
+        QStringList{QStringLiteral("s"), QStringLiteral("slient start")});
+    const QCommandLineOption uninstallOption(
+        QStringList{QStringLiteral("u"), QStringLiteral("uninstall")});
     parser.addOption(silentOption);
     parser.addOption(uninstallOption);
     parser.process(application);
@@ -68,6 +69,7 @@ int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver
 
 int main(int argc, char *argv[])
 {
+    Q_INIT_RESOURCE(brekka); // sits in a static library
     setPlatformDefaults();
     SingleApplication application(argc, argv, true, SingleApplication::NotifyOnSecondary,
                                   StartUpTimeout, QString());

@@ -36,8 +36,7 @@ int runEachRowAlone(int argc, char *argv[], const char *function, QObject *test)
         process.setProcessChannelMode(QProcess::MergedChannels);
         process.start(program, {QString::fromLatin1(function) + ':' + row});
         process.waitForFinished(-1);
-        const bool passed =
-            process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+        const bool passed = process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
         printf("%s: %s\n", passed ? "PASS" : "FAIL", qPrintable(row));
         if (!passed) {
             ++failed;

@@ -16,7 +16,7 @@
 
 namespace
 {
-QStringList *log = nullptr;
+QStringList *debugLines = nullptr;
 QtMessageHandler standardHandler = nullptr;
 
 void record(QtMsgType type, const QMessageLogContext &context, const QString &text)
@@ -24,7 +24,7 @@ void record(QtMsgType type, const QMessageLogContext &context, const QString &te
     static QMutex mutex;
     {
         const QMutexLocker lock(&mutex);
-        *log += text;
+        *debugLines += text;
     }
     standardHandler(type, context, text);
 }
@@ -33,7 +33,7 @@ void record(QtMsgType type, const QMessageLogContext &context, const QString &te
 UpdateScene::UpdateScene()
 {
     static QStringList lines;
-    log = &lines;
+    debugLines = &lines;
     standardHandler = qInstallMessageHandler(record);
     QDir().mkpath(m_dir.filePath("root/game"));
     QDir().mkpath(m_dir.filePath("root/app"));
@@ -44,11 +44,12 @@ UpdateScene::UpdateScene()
     set("hosts/update", server.authority());
     set("game", game());
     set("interval", 1);
-    plugin = {{"mods/a.pyc", "first"},
-              {"mods/empty", {}},
-              {"res/模型/b.bin", QByteArray(200000, 'b')},
-              {"mods/configs/corvane.xml",
-               "<r><setting>0</setting><version>1.2.3</version><game_version>1.12</game_version></r>"}};
+    plugin = {
+        {"mods/a.pyc", "first"},
+        {"mods/empty", {}},
+        {"res/模型/b.bin", QByteArray(200000, 'b')},
+        {"mods/configs/corvane.xml",
+         "<r><setting>0</setting><version>1.2.3</version><game_version>1.12</game_version></r>"}};
     publish(plugin, "1.2.3");
 
     connect(&m_messageBoxes, &QTimer::timeout, this, &UpdateScene::answerMessageBox);
@@ -126,7 +127,7 @@ bool UpdateScene::isInstalled(const Files::Tree &tree, const QString &version) c
 
 int UpdateScene::logged(const QString &text) const
 {
-    return log->filter(text).size();
+    return debugLines->filter(text).size();
 }
 
 QStringList UpdateScene::strays() const

@@ -14,8 +14,8 @@ class MainWindow;
 class QLabel;
 class QPushButton;
 
-/// The real main window with the real controller, in a folder of its own and against a server of its
-/// own. One a process, since the controller is.
+/// The real main window with the real controller, in a folder of its own and against a server of
+/// its own. One a process, since the controller is.
 class UpdateScene : public QObject
 {
 public:
@@ -45,9 +45,9 @@ public:
 
     HttpServer server;
     Files::Tree plugin;
-    QByteArray archive;          ///< as publish() made it
-    QByteArray manifest;         ///< as publish() made it
-    QStringList messages;        ///< texts of the message boxes that came up; each was closed
+    QByteArray archive;   ///< as publish() made it
+    QByteArray manifest;  ///< as publish() made it
+    QStringList messages; ///< texts of the message boxes that came up; each was closed
     std::unique_ptr<MainWindow> window;
 
 private:

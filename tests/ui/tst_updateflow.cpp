@@ -149,18 +149,15 @@ void tst_UpdateFlow::addServerFaults()
     row("no data", answer(200, R"({"errno": 0})"), "no need update plugin");
     QTest::newRow("no link") << manifestWith("link", QJsonValue())
                              << Step(silently("no need update plugin"));
-    QTest::newRow("503, then 200")
-        << Step([](UpdateScene &scene) {
-               scene.server.answer("/cms/upgrade", {answer(503), answer(200, scene.manifest)});
-           })
-        << Step([](UpdateScene &scene) {
-               WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-               QCOMPARE(scene.logged("Something's wrong here"), 0);
-           });
+    QTest::newRow("503, then 200") << Step([](UpdateScene &scene) {
+        scene.server.answer("/cms/upgrade", {answer(503), answer(200, scene.manifest)});
+    }) << Step([](UpdateScene &scene) {
+        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
+        QCOMPARE(scene.logged("Something's wrong here"), 0);
+    });
     QTest::newRow("unparsable upgrade_info")
-        << manifestWith("upgrade_info", "{nonsense") << Step([](UpdateScene &scene) {
-               WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-           });
+        << manifestWith("upgrade_info", "{nonsense")
+        << Step([](UpdateScene &scene) { WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3")); });
     QTest::newRow("climbing key") << manifestWith("upgrade_info", R"({"../evil": "0"})")
                                   << Step([](UpdateScene &scene) {
                                          WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
@@ -222,24 +219,24 @@ void tst_UpdateFlow::addPackageFaults()
 
 void tst_UpdateFlow::addFolderFaults()
 {
-    QTest::newRow("unwritable target") << Step([](UpdateScene &scene) {
-        QDir().mkpath(scene.game() + "/mods/a.pyc/in the way");
-    }) << Step([](UpdateScene &scene) {
-        WAIT_FOR(isBadgeShown(scene));
-        QCOMPARE(scene.packages(), 5);
-        QCOMPARE(label(scene), Update);
-        QDir(scene.game() + "/mods/a.pyc").removeRecursively();
-    });
-    QTest::newRow("game folder gone") << Step([](UpdateScene &scene) {
-        QDir(scene.game()).removeRecursively();
-    }) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.logged("OnAutoUpdate OnCheckFileResult failed") > 1);
-        QCOMPARE(scene.manifests(), 0);
-        QCOMPARE(scene.stored("game").toString(), QString());
-        QCOMPARE(scene.widget<QLineEdit>("m_GamePath")->text(), QString());
-        Files::write(scene.game() + "/WorldOfTanks.exe", {});
-        scene.window->OnSettingChanged("game", scene.game());
-    });
+    QTest::newRow("unwritable target")
+        << Step([](UpdateScene &scene) { QDir().mkpath(scene.game() + "/mods/a.pyc/in the way"); })
+        << Step([](UpdateScene &scene) {
+               WAIT_FOR(isBadgeShown(scene));
+               QCOMPARE(scene.packages(), 5);
+               QCOMPARE(label(scene), Update);
+               QDir(scene.game() + "/mods/a.pyc").removeRecursively();
+           });
+    QTest::newRow("game folder gone")
+        << Step([](UpdateScene &scene) { QDir(scene.game()).removeRecursively(); })
+        << Step([](UpdateScene &scene) {
+               WAIT_FOR(scene.logged("OnAutoUpdate OnCheckFileResult failed") > 1);
+               QCOMPARE(scene.manifests(), 0);
+               QCOMPARE(scene.stored("game").toString(), QString());
+               QCOMPARE(scene.widget<QLineEdit>("m_GamePath")->text(), QString());
+               Files::write(scene.game() + "/WorldOfTanks.exe", {});
+               scene.window->OnSettingChanged("game", scene.game());
+           });
     QTest::newRow("game folder goes during the download") << Step([](UpdateScene &scene) {
         HttpAnswer slow = answer(200, scene.archive);
         slow.bodyDelayMs = 500;
@@ -292,14 +289,15 @@ void tst_UpdateFlow::addNormalRuns()
     QTest::newRow("missing file") << Step(none) << repair([](UpdateScene &scene) {
         QFile::remove(scene.game() + "/mods/a.pyc");
     });
-    QTest::newRow("altered configuration is the player's") << Step(none)
-                                                           << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        Files::write(scene.game() + "/mods/configs/corvane.xml", "<mine/>");
-        const int checks = scene.logged("本地插件文件正确，自动更新完成");
-        WAIT_FOR(scene.logged("本地插件文件正确，自动更新完成") > checks + 1);
-        QCOMPARE(Files::read(scene.game() + "/mods/configs/corvane.xml"), QByteArray("<mine/>"));
-    });
+    QTest::newRow("altered configuration is the player's")
+        << Step(none) << Step([](UpdateScene &scene) {
+               WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
+               Files::write(scene.game() + "/mods/configs/corvane.xml", "<mine/>");
+               const int checks = scene.logged("本地插件文件正确，自动更新完成");
+               WAIT_FOR(scene.logged("本地插件文件正确，自动更新完成") > checks + 1);
+               QCOMPARE(Files::read(scene.game() + "/mods/configs/corvane.xml"),
+                        QByteArray("<mine/>"));
+           });
     QTest::newRow("hidden: the tray flashes until shown") << Step([](UpdateScene &scene) {
         package([](const UpdateScene &) { return "no archive"; })(scene);
         scene.start(false);
@@ -320,17 +318,17 @@ void tst_UpdateFlow::addNormalRuns()
 
 void tst_UpdateFlow::addButtonRuns()
 {
-    QTest::newRow("button: no game folder") << Step([](UpdateScene &scene) {
-        scene.set("game", QString());
-    }) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.messages.contains("没有搜索到游戏客户端路径"));
-        scene.press("m_installPlugin");
-        WAIT_FOR(scene.messages.size() == 2);
-        QVERIFY(scene.messages.last().contains("您还未设置游戏路径！"));
-        QVERIFY(scene.messages.last().contains("/zh-cn/game/download\">请前往下载 </a>"));
-        QCOMPARE(scene.manifests(), 0);
-        scene.window->OnSettingChanged("game", scene.game());
-    });
+    QTest::newRow("button: no game folder")
+        << Step([](UpdateScene &scene) { scene.set("game", QString()); })
+        << Step([](UpdateScene &scene) {
+               WAIT_FOR(scene.messages.contains("没有搜索到游戏客户端路径"));
+               scene.press("m_installPlugin");
+               WAIT_FOR(scene.messages.size() == 2);
+               QVERIFY(scene.messages.last().contains("您还未设置游戏路径！"));
+               QVERIFY(scene.messages.last().contains("/zh-cn/game/download\">请前往下载 </a>"));
+               QCOMPARE(scene.manifests(), 0);
+               scene.window->OnSettingChanged("game", scene.game());
+           });
     QTest::newRow("button: package there") << Step(none) << Step([](UpdateScene &scene) {
         WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
         const int manifests = scene.manifests();
