@@ -215,7 +215,7 @@ for part in "${parts[@]}"; do
     declare -F "bench_$part" >/dev/null || fail "no such part: $part"
 done
 
-install_packages "${build_packages[@]}" "${run_packages[@]}"
+install_packages "${build_packages[@]}" "${bench_packages[@]}"
 (cd "$root" && cmake --preset release -DBREKKA_BENCH=ON >/dev/null)
 build release
 mkdir -p "$bench/bin"

@@ -8,7 +8,6 @@
 #include <memory>
 
 using Script = QVector<HttpAnswer>;
-Q_DECLARE_METATYPE(HttpAnswer)
 Q_DECLARE_METATYPE(Script)
 
 /// What one reply did, written down as it happened.
