@@ -292,6 +292,7 @@ void tst_UpdateFlow::addNormalRuns()
     QTest::newRow("altered configuration is the player's")
         << Step(none) << Step([](UpdateScene &scene) {
                WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
+               WAIT_FOR(scene.logged("dom saved") == 1); // the stored replay option went in
                Files::write(scene.game() + "/mods/configs/corvane.xml", "<mine/>");
                const int checks = scene.logged("本地插件文件正确，自动更新完成");
                WAIT_FOR(scene.logged("本地插件文件正确，自动更新完成") > checks + 1);
