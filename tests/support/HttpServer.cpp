@@ -42,9 +42,7 @@ public:
     using Source = std::function<HttpAnswer(const HttpRecord &)>;
 
     Connection(QTcpSocket *socket, const Source &source, QObject *parent)
-        : QObject(parent)
-        , m_socket(socket)
-        , m_source(source)
+        : QObject(parent), m_socket(socket), m_source(source)
     {
         m_socket->setParent(this);
         connect(m_socket, &QTcpSocket::readyRead, this, &Connection::read);
@@ -139,8 +137,7 @@ private:
 };
 } // namespace
 
-HttpServer::HttpServer(QObject *parent)
-    : QObject(parent)
+HttpServer::HttpServer(QObject *parent) : QObject(parent)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &HttpServer::accept);
     if (!m_server.listen(QHostAddress::LocalHost))
