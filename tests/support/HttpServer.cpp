@@ -45,6 +45,8 @@ public:
         : QObject(parent), m_socket(socket), m_source(source)
     {
         m_socket->setParent(this);
+        // Head and body leave separately; the body must not wait for the head's acknowledgement.
+        m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         connect(m_socket, &QTcpSocket::readyRead, this, &Connection::read);
         connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
     }
