@@ -38,7 +38,9 @@ void CustTitlebar::setBackgroundColor(int r, int g, int b)
 
 void CustTitlebar::setTitleIcon(QString path)
 {
-    m_pIcon->setPixmap(QPixmap(path).scaled(IconSize));
+    QPixmap icon = QPixmap(path).scaled(IconSize * devicePixelRatioF());
+    icon.setDevicePixelRatio(devicePixelRatioF());
+    m_pIcon->setPixmap(icon);
 }
 
 void CustTitlebar::setButtonType(int type)
