@@ -13,7 +13,6 @@ private slots:
     void initTestCase() { Q_INIT_RESOURCE(brekka); }
     void haveTheirSize_data();
     void haveTheirSize();
-    void stripsShowFourStates_data();
     void stripsShowFourStates();
     void codeLeadsToTheDownload();
     void tabReachesEveryControl_data();
@@ -48,20 +47,14 @@ void tst_Pictures::haveTheirSize()
     QTEST(image.size(), "size");
 }
 
-void tst_Pictures::stripsShowFourStates_data()
-{
-    QTest::addColumn<QString>("strip");
-    for (const char *name : {"min", "close", "message_close"})
-        QTest::newRow(name) << QStringLiteral(":/images/%1.png").arg(QLatin1String(name));
-}
-
 void tst_Pictures::stripsShowFourStates()
 {
-    QFETCH(QString, strip);
-    const QImage image(strip);
-    for (int left = 0; left < 4; ++left) {
-        for (int right = left + 1; right < 4; ++right)
-            QVERIFY(image.copy(left * 48, 0, 48, 48) != image.copy(right * 48, 0, 48, 48));
+    for (const char *name : {"min", "close", "message_close"}) {
+        const QImage strip(QStringLiteral(":/images/%1.png").arg(QLatin1String(name)));
+        for (int left = 0; left < 4; ++left) {
+            for (int right = left + 1; right < 4; ++right)
+                QVERIFY(strip.copy(left * 48, 0, 48, 48) != strip.copy(right * 48, 0, 48, 48));
+        }
     }
 }
 
