@@ -5,6 +5,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QFont>
 #include <QMenu>
 #include <QPainter>
 #include <QPainterPath>
@@ -15,10 +16,21 @@ namespace
 constexpr int TitleBarHeight = 48;
 constexpr int TrayMenuWidth = 150;
 constexpr int MaximisedOverhang = 3;
+
+// Without these the forms' font would give way to one without Chinese glyphs, and every line would
+// be pieced together from two fonts that don't match.
+void nameSubstituteFonts()
+{
+    QFont::insertSubstitutions(QStringLiteral("Microsoft YaHei"),
+                               {QStringLiteral("Noto Sans CJK SC"),
+                                QStringLiteral("Source Han Sans SC"),
+                                QStringLiteral("WenQuanYi Micro Hei"), QStringLiteral("SimHei")});
+}
 } // namespace
 
 BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
 {
+    nameSubstituteFonts();
     setupUi(this);
     setWindowFlags(Qt::FramelessWindowHint);
     setAttribute(Qt::WA_TranslucentBackground);

@@ -55,6 +55,9 @@ void CustMessagebox::centreOver(const QWidget *parent)
 void CustMessagebox::setUpButtons(StandardButtons buttons, StandardButton defaultButton)
 {
     m_pButtonBox->setStandardButtons(buttons);
+    // Some desktops put icons of their own on standard buttons.
+    for (QAbstractButton *button : m_pButtonBox->buttons())
+        button->setIcon(QIcon());
     m_defaultButton = m_pButtonBox->button(defaultButton);
     if (!m_defaultButton)
         return;

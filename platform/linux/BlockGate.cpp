@@ -33,19 +33,24 @@ bool isFileAt(int file, const QByteArray &path)
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-/// Puts a new, locked file in place of the one at \a path. The two exist side by side for a moment,
-/// so the new one has another inode number and with it most likely another key.
-int replaceFile(const QByteArray &path)
+/// Makes a locked file and gives it the name \a path by \a publish, link() or rename(). Nobody can
+/// get between making and locking it, so the caller is the first to use the file. -1 and errno when
+/// that fails.
+int makeLockedFile(const QByteArray &path, int (*publish)(const char *, const char *))
 {
     QByteArray temporary = path + ".XXXXXX";
     const int file = mkostemp(temporary.data(), O_CLOEXEC);
     if (file == -1)
         return -1;
     lockFile(file);
-    if (fchmod(file, kKeyFileMode) == 0 && rename(temporary.constData(), path.constData()) == 0)
+    if (fchmod(file, kKeyFileMode) == 0 && publish(temporary.constData(), path.constData()) == 0) {
+        unlink(temporary.constData());
         return file;
+    }
+    const int error = errno;
     unlink(temporary.constData());
     close(file);
+    errno = error;
     return -1;
 }
 
@@ -79,11 +84,14 @@ void BlockGate::enter()
 {
     const QByteArray path = QFile::encodeName(m_path);
     while (m_file == -1) {
-        constexpr int flags = O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW;
-        int file = open(path.constData(), flags | O_EXCL, kKeyFileMode);
-        m_fresh = file != -1;
-        if (file == -1 && errno == EEXIST)
-            file = open(path.constData(), flags, kKeyFileMode);
+        const int file = open(path.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        m_fresh = file == -1 && errno == ENOENT;
+        if (m_fresh) {
+            m_file = makeLockedFile(path, link);
+            if (m_file == -1 && errno != EEXIST)
+                return;
+            continue;
+        }
         if (file == -1)
             return;
         lockFile(file);
@@ -111,7 +119,7 @@ void BlockGate::makeWay(qint64 size)
     for (int attempt = 0; m_file != -1 && attempt < kReplaceAttempts; ++attempt) {
         if (isKeyUsable(path, size, m_fresh))
             break;
-        const int file = replaceFile(path);
+        const int file = makeLockedFile(path, rename);
         if (file == -1)
             break;
         replaced.push_back(m_file);

@@ -3,7 +3,7 @@
 #include "ReplyWatch.h"
 #include "ThrottlingHttp.h"
 
-#include <QDirIterator>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -13,8 +13,6 @@
 namespace
 {
 constexpr int Patience = 60000; // ms, for things that are bound to come
-
-using Verdicts = QMap<QByteArray, bool>;
 
 QByteArray read(const QString &path)
 {
@@ -27,26 +25,35 @@ QStringList files(const QString &folder)
     return QDir(folder).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot);
 }
 
-/// Writes down when each request goes out.
-class TimedHttp : public Http
-{
-public:
-    explicit TimedHttp(QVector<qint64> *times)
-        : m_times(times)
+/// Writes down when each request goes out, in milliseconds since it began.
+struct TimedHttp : Http {
+    explicit TimedHttp(QVector<qint64> &all)
+        : times(all)
     {
-        m_clock.start();
+        clock.start();
     }
     HttpReply *request(const HttpRequest &req) override
     {
-        m_times->append(m_clock.elapsed());
+        times += clock.elapsed();
         return Http::request(req);
     }
+    QVector<qint64> &times;
+    QElapsedTimer clock;
+};
 
-private:
-    QVector<qint64> *m_times;
-    QElapsedTimer m_clock;
+struct CachingCase {
+    QByteArray before; ///< "" nothing stored, "value|", or "!" for a folder that can't be used
+    HttpAnswer answer;
+    QMap<QByteArray, bool> verdicts; ///< what the validator of a type says
+    QString outcome;                 ///< story and status
+    QByteArray data;
+    QByteArray after;
+    QString log = {};
+    int operation = 2;
+    uint offset = 0;
 };
 } // namespace
+Q_DECLARE_METATYPE(CachingCase)
 
 class tst_HttpWrappers : public QObject
 {
@@ -59,7 +66,6 @@ private slots:
     void cacheKeys();
     void expiry();
     void expiryWithinExpiry();
-    void throttling_data();
     void throttling();
     void dropsWaitingReplies();
     void cachedReplyEmits();
@@ -70,86 +76,60 @@ private:
 
 void tst_HttpWrappers::caching_data()
 {
-    QTest::addColumn<QByteArray>("before"); // "" none, "|" empty, "value|"; "!" folder unusable
-    QTest::addColumn<HttpAnswer>("answer");
-    QTest::addColumn<Verdicts>("verdicts");
-    QTest::addColumn<int>("operation");
-    QTest::addColumn<uint>("offset");
-    QTest::addColumn<QString>("outcome"); // story and status
-    QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<QByteArray>("after");
-    QTest::addColumn<QString>("log");
-
-    HttpAnswer fresh = answer(200, "fresh");
+    QTest::addColumn<CachingCase>("c");
+    HttpAnswer fresh = answer(200, "new");
     fresh.headers << qMakePair(QByteArray("Content-Type"), QByteArray("text/html; charset=utf-8"));
     HttpAnswer cut = fresh;
     cut.cutAfter = 2;
-    const QString good = "data finished gone 200";
-    const QString missing = "error finished gone 404";
-    const auto row = [](const char *name, const QByteArray &before, const HttpAnswer &a,
-                        const Verdicts &verdicts, const QString &outcome, const QByteArray &data,
-                        const QByteArray &after, const QString &log, int operation = 2,
-                        uint offset = 0) {
-        QTest::newRow(name) << before << a << verdicts << operation << offset << outcome << data
-                            << after << log;
-    };
-    row("first", "", fresh, {}, good, "fresh", "fresh|", "Inserting \"127.0.0.1/");
-    row("replaced", "older value|", fresh, {}, good, "fresh", "fresh|", "");
-    row("stale", "old|", answer(404), {}, good, "old", "old|", "Using stale cache value");
-    row("stale for half a body", "old|", cut, {}, good, "old", "old|", "");
-    row("stale and empty", "|", answer(404), {}, good, "", "|", "");
-    row("nothing stale", "", answer(404), {}, missing, "", "", "Not caching 404");
-    row("type refused", "", fresh, {{"text/html", false}, {"*", true}}, good, "fresh", "",
-        "Not caching 200");
-    row("type accepted", "", fresh, {{"text/html", true}, {"*", false}}, good, "fresh", "fresh|",
-        "");
-    row("any refused", "", fresh, {{"text/plain", true}, {"*", false}}, good, "fresh", "", "");
-    row("no validator", "", fresh, {{"text/plain", false}}, good, "fresh", "fresh|", "");
-    row("unusable folder", "!", fresh, {}, good, "fresh", "", "Cannot create");
-    row("POST", "old|", answer(404), {}, missing, "", "old|", "", 4);
-    row("part", "old|", fresh, {}, good, "fresh", "old|", "", 2, 3);
+    const HttpAnswer gone = answer(404);
+    const QString good = "data finished gone 200", bad = "error finished gone 404";
+    const auto row = [](const char *name, const CachingCase &c) { QTest::newRow(name) << c; };
+    row("first", {"", fresh, {}, good, "new", "new|", "Inserting \"127.0.0.1/"});
+    row("replaced", {"older value|", fresh, {}, good, "new", "new|"});
+    row("stale", {"old|", gone, {}, good, "old", "old|", "Using stale cache value"});
+    row("stale for half a body", {"old|", cut, {}, good, "old", "old|"});
+    row("stale and empty", {"|", gone, {}, good, "", "|"});
+    row("nothing stale", {"", gone, {}, bad, "", "", "Not caching 404"});
+    row("refused",
+        {"", fresh, {{"text/html", false}, {"*", true}}, good, "new", "", "Not caching"});
+    row("accepted", {"", fresh, {{"text/html", true}, {"*", false}}, good, "new", "new|"});
+    row("any refused", {"", fresh, {{"text/plain", true}, {"*", false}}, good, "new", ""});
+    row("no validator", {"", fresh, {{"text/plain", false}}, good, "new", "new|"});
+    row("unusable folder", {"!", fresh, {}, good, "new", "", "Cannot create"});
+    row("POST", {"old|", gone, {}, bad, "", "old|", "", 4});
+    row("part", {"old|", fresh, {}, good, "new", "old|", "", 2, 3});
 }
 
 void tst_HttpWrappers::caching()
 {
-    QFETCH(QByteArray, before);
-    QFETCH(HttpAnswer, answer);
-    QFETCH(Verdicts, verdicts);
-    QFETCH(int, operation);
-    QFETCH(uint, offset);
-    QFETCH(QString, outcome);
-    QFETCH(QByteArray, data);
-    QFETCH(QByteArray, after);
-    QFETCH(QString, log);
+    QFETCH(CachingCase, c);
     QTemporaryDir dir;
     const QUrl url = m_server.url("/c?d=1");
     const QByteArray key = CachingHttp::cacheKey(url);
-    if (before == "!") {
-        QFile inTheWay(dir.filePath(url.host()));
-        QVERIFY(inTheWay.open(QIODevice::WriteOnly));
-    } else if (!before.isEmpty()) {
-        DiskCache("test", dir.path(), 0).insert(key, before.chopped(1));
-    }
-    m_server.answer("/c", {answer});
+    if (c.before == "!")
+        QVERIFY(QFile(dir.filePath(url.host())).open(QIODevice::WriteOnly));
+    else if (!c.before.isEmpty())
+        DiskCache("test", dir.path(), 0).insert(key, c.before.chopped(1));
+    m_server.answer("/c", {c.answer});
     // With a throttling client in between, to see that the wrappers can be stacked.
     CachingHttp http(std::make_unique<ThrottlingHttp>(std::make_unique<Http>(), 0), "test",
                      dir.path(), 0);
     CachingHttp::Validators validators;
-    for (auto it = verdicts.cbegin(); it != verdicts.cend(); ++it)
+    for (auto it = c.verdicts.cbegin(); it != c.verdicts.cend(); ++it)
         validators[it.key()] = [accepts = it.value()](const HttpReply &) { return accepts; };
     http.setValidators(validators);
     LogCapture capture;
 
-    const auto seen = watch(http.request(url, operation, "", offset));
+    const auto seen = watch(http.request(url, c.operation, "", c.offset));
     QCOMPARE(seen->story(), QString());
     QTRY_VERIFY_WITH_TIMEOUT(seen->done(), Patience);
-    QCOMPARE(seen->story() + ' ' + QString::number(seen->status), outcome);
-    QCOMPARE(seen->data, data);
-    QCOMPARE(seen->body, data);
+    QCOMPARE(seen->story() + ' ' + QString::number(seen->status), c.outcome);
+    QCOMPARE(seen->data, c.data);
+    QCOMPARE(seen->body, c.data);
     QCOMPARE(seen->url, url);
-    QCOMPARE(read(dir.filePath(key)), after);
-    QVERIFY2(capture.text().contains(log), qPrintable(capture.text()));
-    if (seen->status == 404 && operation == 2)
+    QCOMPARE(read(dir.filePath(key)), c.after);
+    QVERIFY2(capture.text().contains(c.log), qPrintable(capture.text()));
+    if (c.outcome == "error finished gone 404" && c.operation == 2)
         QCOMPARE(seen->message, "Not Found");
 }
 
@@ -159,7 +139,6 @@ void tst_HttpWrappers::cacheKeys_data()
     QTest::addColumn<QString>("path"); // empty: refused
     QTest::newRow("new folders") << QByteArray("a/b/c") << "a/b/c";
     QTest::newRow("zero byte") << QByteArray("a\0/../../b", 10) << "a";
-    QTest::newRow("Latin-1") << QByteArray("\xe4") << QString(QChar(0xe4));
     QTest::newRow("parent folder") << QByteArray("../x") << "";
     QTest::newRow("climbs out") << QByteArray("a/../../x") << "";
     QTest::newRow("absolute") << QByteArray("/x") << "";
@@ -223,49 +202,37 @@ void tst_HttpWrappers::expiryWithinExpiry()
     QTemporaryDir dir;
     DiskCache cache("test", dir.path(), 10);
     cache.staleValue("none");
-    const auto insert = [&cache](int count) {
-        for (int i = 0; i < count; ++i)
+    const auto insert = [&cache] {
+        for (int i = 0; i < 100; ++i)
             cache.insert(QByteArray::number(i), "xxxxx");
     };
-    bool nested = false;
-    QTimer::singleShot(0, this, [&] {
-        insert(100);
-        nested = true;
-    });
+    QTimer::singleShot(0, this, insert);
     LogCapture capture;
-    insert(100);
-    QVERIFY(nested);
+    insert();
+    QCOMPARE(capture.text().count("Inserting"), 200);
     QCOMPARE(capture.text().count("Cache:"), 1);
-}
-
-void tst_HttpWrappers::throttling_data()
-{
-    QTest::addColumn<int>("count");
-    QTest::newRow("two") << 2;
-    QTest::newRow("five") << 5;
 }
 
 void tst_HttpWrappers::throttling()
 {
-    QFETCH(int, count);
-    constexpr int Interval = 150;
+    constexpr int Interval = 150, Count = 5;
     m_server.answer("/t", {answer(200, "t"), answer(404)});
     QVector<qint64> times;
-    ThrottlingHttp http(std::make_unique<TimedHttp>(&times), Interval);
+    ThrottlingHttp http(std::make_unique<TimedHttp>(times), Interval);
     LogCapture capture;
     QVector<std::shared_ptr<ReplyWatch>> seen;
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < Count; ++i)
         seen += watch(http.get(m_server.url("/t")));
     QVERIFY(times.isEmpty());
 
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < Count; ++i) {
         QTRY_VERIFY_WITH_TIMEOUT(seen[i]->done(), Patience);
         QCOMPARE(seen[i]->story(), i == 0 ? "data finished gone" : "error finished gone");
         QCOMPARE(seen[i]->status, i == 0 ? 200 : 404);
         if (i > 0)
             QVERIFY2(times[i] - times[i - 1] >= Interval - 2, qPrintable(QString::number(i)));
     }
-    QCOMPARE(times.size(), count);
+    QCOMPARE(times.size(), Count);
     const QRegularExpression line("Throttling QUrl\\(\"[^\"]*/t\"\\) \"(\\d+)ms\"\n");
     const int wait = line.match(capture.text()).captured(1).toInt();
     QVERIFY2(wait > 0 && wait <= Interval, qPrintable(capture.text()));
