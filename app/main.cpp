@@ -5,7 +5,6 @@
 
 #include <QCommandLineParser>
 #include <QDebug>
-#include <QFont>
 #include <QTextCodec>
 
 namespace
@@ -23,11 +22,6 @@ void setPlatformDefaults()
     QGuiApplication::setHighDpiScaleFactorRoundingPolicy(
         Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
     QCoreApplication::setAttribute(Qt::AA_DontCreateNativeWidgetSiblings, true);
-    // Where the font is missing, one with Chinese glyphs for the Latin ones too: a mix is wider
-    // than the window's rows.
-    QFont::insertSubstitutions(QStringLiteral("Microsoft YaHei"),
-                               {QStringLiteral("Noto Sans CJK SC"), QStringLiteral("Noto Sans SC"),
-                                QStringLiteral("WenQuanYi Micro Hei")});
 }
 
 int runSecondary(SingleApplication &application)
