@@ -1,5 +1,6 @@
 #include "CustMessagebox.h"
 
+#include "FocusRing.h"
 #include "MaskForm.h"
 
 #include <QDebug>
@@ -26,6 +27,7 @@ CustMessagebox::CustMessagebox(QWidget *parent, QString title, QString text,
 {
     Q_UNUSED(title)
     setupUi(this);
+    new FocusRing(this);
     setWindowFlags(Qt::SubWindow | Qt::FramelessWindowHint | Qt::WindowMinimizeButtonHint);
     setAttribute(Qt::WA_TranslucentBackground);
     m_pLabel->setText(text);

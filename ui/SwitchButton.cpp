@@ -14,7 +14,7 @@ SwitchButton::SwitchButton(QWidget *parent) : QWidget(parent), m_timer(new QTime
 {
     m_timer->setInterval(TickTime);
     connect(m_timer, &QTimer::timeout, this, &SwitchButton::updateValue);
-    setFocusPolicy(Qt::StrongFocus);
+    setFocusPolicy(Qt::TabFocus);
 }
 
 SwitchButton::~SwitchButton() = default;
