@@ -1,5 +1,6 @@
 #include "CustMessagebox.h"
 
+#include "FocusRing.h"
 #include "MaskForm.h"
 
 #include <QDebug>
@@ -32,6 +33,7 @@ CustMessagebox::CustMessagebox(QWidget *parent, QString title, QString text,
     m_pLabel->setOpenExternalLinks(true);
     connect(m_pLabel, &QLabel::linkActivated, this, &CustMessagebox::openUrl);
     centreOver(parent);
+    new FocusRing(this);
     setUpButtons(buttons, defaultButton);
     connect(m_messageboxclose, &QPushButton::clicked, this, &CustMessagebox::onButtonCloseClicked);
     connect(m_pButtonBox, &QDialogButtonBox::clicked, this, [this](QAbstractButton *button) {
