@@ -17,6 +17,13 @@ const QMap<QByteArray, QByteArray> &defaultRequestHeaders()
                                                       {"Connection", "Keep-Alive"}};
     return headers;
 }
+
+/// One for each thread, and never deleted: requests may be under way until its very end.
+QNetworkAccessManager &accessManager()
+{
+    thread_local QNetworkAccessManager *const manager = new QNetworkAccessManager;
+    return *manager;
+}
 } // namespace
 
 Http::Http()
@@ -35,12 +42,6 @@ Http &Http::instance()
 void Http::setDefaultReadTimeout(int ms)
 {
     defaultReadTimeout = ms;
-}
-
-QNetworkAccessManager &Http::accessManager()
-{
-    thread_local QNetworkAccessManager *const manager = new QNetworkAccessManager;
-    return *manager;
 }
 
 HttpReply *Http::get(const QUrl &url)

@@ -23,9 +23,6 @@ public:
     /// Sets the read time-out, in milliseconds, of the clients that are made from now on; has to
     /// come before the first instance() to reach that one. Not meant for use across threads.
     static void setDefaultReadTimeout(int ms);
-    /// The calling thread's manager. Made on first use and never deleted: it may have requests
-    /// under way until the very end of its thread.
-    static QNetworkAccessManager &accessManager();
 
     /// Asks for \a url. The reply tells the outcome and owns itself, see HttpReply.
     HttpReply *get(const QUrl &url);

@@ -17,13 +17,9 @@ NetworkHttpReply::NetworkHttpReply(const HttpRequest &req, Http &client)
     m_readTimeoutTimer->setInterval(m_client.readTimeout());
     connect(m_readTimeoutTimer, &QTimer::timeout, this, &NetworkHttpReply::readTimeout,
             Qt::UniqueConnection);
-    if (send(m_request))
-        return;
-
-    // With nothing on its way the reply has no network reply to belong to; the manager keeps it in
-    // case that the event loop never gets to announce the failure.
-    setParent(&Http::accessManager());
-    QMetaObject::invokeMethod(this, &NetworkHttpReply::emitError, Qt::QueuedConnection);
+    // With nothing on its way no signal of the network will ever end this request.
+    if (!send(m_request))
+        QMetaObject::invokeMethod(this, &NetworkHttpReply::emitError, Qt::QueuedConnection);
 }
 
 QUrl NetworkHttpReply::url() const
@@ -77,7 +73,7 @@ bool NetworkHttpReply::send(const HttpRequest &req)
     return true;
 }
 
-bool NetworkHttpReply::isIdempotent() const
+bool NetworkHttpReply::isRetriable() const
 {
     const auto operation = m_networkReply->operation();
     return operation == QNetworkAccessManager::GetOperation ||
@@ -98,7 +94,7 @@ void NetworkHttpReply::readTimeout()
     if (!m_networkReply)
         return;
 
-    const bool retry = isIdempotent() && m_retryCount < m_client.maxRetries();
+    const bool retry = isRetriable() && m_retryCount < m_client.maxRetries();
     QNetworkReply *const attempt = m_networkReply;
     settle();
     attempt->abort();
@@ -116,7 +112,7 @@ void NetworkHttpReply::replyError(QNetworkReply::NetworkError)
     const int status = statusCode();
     // One more retry than after time-outs: a server that answers is expected back soon.
     const bool retry =
-        m_retryCount <= m_client.maxRetries() && status >= 500 && status <= 599 && isIdempotent();
+        m_retryCount <= m_client.maxRetries() && status >= 500 && status <= 599 && isRetriable();
     if (!retry) {
         // The connection broke within a good answer's body. Half a document must not look like a
         // whole one, and the status is all that most callers look at.

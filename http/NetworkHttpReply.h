@@ -35,7 +35,7 @@ private slots:
 
 private:
     bool send(const HttpRequest &req);
-    bool isIdempotent() const;
+    bool isRetriable() const;
     void settle();
     void emitError();
     void emitFinished();

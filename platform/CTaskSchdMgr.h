@@ -1,6 +1,14 @@
 #pragma once
 
-/// Registers and removes the one task that the system runs at each logon of a user.
+#ifdef _WIN32
+struct IRegisteredTaskCollection;
+struct ITaskFolder;
+struct ITaskService;
+#endif
+
+/// Registers and removes the one task that the system runs at each logon of a user: on Windows a
+/// task of the Task Scheduler in a folder of our own, elsewhere an entry of the desktop's autostart
+/// folder.
 ///
 /// Both operations block the calling thread while the system answers. Nothing is kept between
 /// calls, and a registered task outlives the program. Failures are reported by the result alone.
@@ -10,12 +18,23 @@ public:
     virtual ~CTaskSchdMgr() = default;
 
     /// Makes the task \a taskName start \a programPath at each logon, replacing a task of that
-    /// name. \a workingDirectory and \a arguments may be null: then they are not set. Returns
-    /// whether the task is registered; a null name or path is refused.
+    /// name. \a workingDirectory and \a arguments may be null: then they are not set. The
+    /// arguments are the rest of a command line: blanks part them, double quotes hold them
+    /// together. Returns whether the task is registered; a null name or path is refused.
     bool CreateTask(const wchar_t *taskName, const wchar_t *programPath,
                     const wchar_t *workingDirectory, const wchar_t *arguments);
 
     /// Removes the task \a taskName, whose case does not matter, and with \a deleteFolder the
-    /// folder that holds our tasks. Returns whether a task of that name was found.
+    /// folder that holds our tasks; the autostart folder is shared with other programs and stays.
+    /// Returns whether a task of that name was found.
     bool DeleteTask(const wchar_t *taskName, bool deleteFolder);
+
+#ifdef _WIN32
+private:
+    /// Connects to the scheduler and opens our folder and the list of its tasks, hidden ones
+    /// included. On success the caller releases all three, on failure there is nothing to release.
+    /// COM must be initialised for the calling thread until then.
+    bool OpenTaskFolder(ITaskService **service, ITaskFolder **folder,
+                        IRegisteredTaskCollection **tasks);
+#endif
 };

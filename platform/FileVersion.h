@@ -2,6 +2,7 @@
 
 #include <string>
 
-/// The version in the version resource of the file at \a path (local 8-bit encoding) as
-/// "1.6.1.1023"; empty when there is no such file or it carries no version.
+/// The version in the version resource of the Windows file at \a path (local 8-bit encoding) as
+/// "1.6.1.1023"; empty when there is no such file or it carries no version. Also works on Linux.
+/// Reads a bounded part of the file, whatever the file says about itself.
 std::string fileVersion(const std::string &path);

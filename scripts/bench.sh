@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # Measures speed and memory against ordinary tools, side by side, and prints the ratios. Not a test:
 # the numbers say nothing about right or wrong, and a busy machine spoils them. Its data, about
-# 3 GB, lie under build/bench and are made once.
+# 2 GB, lie under build/bench and are made once.
 #
 #   scripts/bench.sh [PART...]    PART: verify, unpack, update, memory, growth; all by default
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 source "$root/scripts/demo.sh"
+
+# One decimal point for all who read or write a number here.
+export LC_ALL=C.UTF-8
 
 bench=$root/build/bench
 data=$bench/data
@@ -17,13 +20,14 @@ runs=5
 # Making the data.
 
 # random_text BYTES : text that packs to about three quarters, so that unpacking has work to do.
+# BYTES is a multiple of 4.
 random_text() {
-    head -c "$1" /dev/urandom | base64 -w 0 | head -c "$1"
+    head -c $(($1 / 4 * 3)) /dev/urandom | base64 -w 0
 }
 
 # publish FOLDER : packs it into FOLDER.out and lists its files' checksums in FOLDER.md5.
 publish() {
-    (cd "$1" && find . -type f -printf '%P\0' | LC_ALL=C sort -z | xargs -0 md5sum) >"$1.md5"
+    (cd "$1" && find . -type f -printf '%P\0' | sort -z | xargs -0 md5sum) >"$1.md5"
     "$root/build/release/bin/brekka-publish" --plugin-dir "$1" --plugin-version "$version" \
         --base-url http://127.0.0.1:1 --out "$1.out" >/dev/null
 }
@@ -53,11 +57,11 @@ make_data() {
 seconds() {
     local start=$EPOCHREALTIME
     "$@" >"$bench/output" 2>&1 || fail "failed: $* ($(tail -n 1 "$bench/output"))"
-    took=$(LC_ALL=C awk "BEGIN { print $EPOCHREALTIME - $start }")
+    took=$(awk "BEGIN { print $EPOCHREALTIME - $start }")
 }
 
 median() {
-    printf '%s\n' "$@" | LC_ALL=C sort -g | sed -n "$((($# + 1) / 2))p"
+    printf '%s\n' "$@" | sort -g | sed -n "$((($# + 1) / 2))p"
 }
 
 heading() {
@@ -76,7 +80,7 @@ compare() {
         seconds "$4"
         [ "$run" = 0 ] || tool+=("$took")
     done
-    LC_ALL=C awk -v name="$name" -v goal="$goal" -v ours="$(median "${ours[@]}")" \
+    awk -v name="$name" -v goal="$goal" -v ours="$(median "${ours[@]}")" \
         -v tool="$(median "${tool[@]}")" \
         'BEGIN { printf "%-34s %8.3f s %8.3f s %7.2f   %s\n", name, ours, tool, ours / tool, goal }'
 }
@@ -182,7 +186,7 @@ peak() {
 
 # compare_memory NAME SMALL LARGE : prints two peaks.
 compare_memory() {
-    LC_ALL=C awk -v name="$1" -v small="$2" -v large="$3" 'BEGIN {
+    awk -v name="$1" -v small="$2" -v large="$3" 'BEGIN {
         printf "%-34s %6.1f MiB %6.1f MiB %7.2f   %s\n",
             name, small / 1024, large / 1024, large / small, "flat" }'
 }
@@ -211,7 +215,7 @@ for part in "${parts[@]}"; do
     declare -F "bench_$part" >/dev/null || fail "no such part: $part"
 done
 
-install_packages "${build_packages[@]}" "${run_packages[@]}"
+install_packages "${build_packages[@]}" "${bench_packages[@]}"
 (cd "$root" && cmake --preset release -DBREKKA_BENCH=ON >/dev/null)
 build release
 mkdir -p "$bench/bin"

@@ -4,8 +4,10 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What building and running need, what the tests need on top.
 build_packages=(g++ cmake make pkg-config qtbase5-dev qtbase5-private-dev zlib1g-dev fonts-noto-cjk)
-run_packages=(busybox curl zip unzip)
+run_packages=(busybox curl)
+bench_packages=(busybox curl unzip)
 test_packages=(zip unzip)
+mingw_packages=(g++-mingw-w64-x86-64-posix wine wine64 desktop-file-utils libglib2.0-bin)
 
 fail() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2

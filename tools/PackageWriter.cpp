@@ -104,6 +104,10 @@ bool PackageWriter::readBack()
 
 bool PackageWriter::keep()
 {
+    // The name is the content's checksum, so a package that has it is this one.
+    m_isNew = !QFile::exists(path());
+    if (!m_isNew)
+        return true;
     m_file.setPermissions(WorldReadable);
     if (!m_file.rename(path()))
         return fail(QStringLiteral("cannot write %1: %2").arg(path(), m_file.errorString()));

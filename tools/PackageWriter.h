@@ -30,7 +30,7 @@ public:
     bool add(const QString &file, const QString &sourcePath);
     /// Completes the package and reads every file back from it.
     bool finish();
-    /// Gives the finished package its name in the folder.
+    /// Gives the finished package its name in the folder, where it may lie already.
     bool keep();
 
     /// The files added and their MD5 sums, taken from the very bytes that were packed.
@@ -39,6 +39,8 @@ public:
     QString md5() const { return m_md5; }
     /// Path of the package once it is kept.
     QString path() const;
+    /// Whether keeping it has created it.
+    bool isNew() const { return m_isNew; }
     QString errorString() const { return m_error; }
 
 private:
@@ -50,5 +52,6 @@ private:
     std::unique_ptr<QZipWriter> m_zip;
     PluginFileList m_checksums;
     QString m_md5;
+    bool m_isNew = false;
     QString m_error;
 };

@@ -52,7 +52,8 @@ bool Publisher::pack(const PluginFolder &plugin, PackageWriter &package)
         return fail(QStringLiteral("interrupted"));
     if (!package.keep())
         return fail(package.errorString());
-    m_keptPackage = package.path();
+    if (package.isNew())
+        m_newPackage = package.path();
     return true;
 }
 
@@ -90,8 +91,8 @@ bool Publisher::makeFolder(const QString &path)
 
 void Publisher::takeBack()
 {
-    if (!m_keptPackage.isEmpty())
-        QFile::remove(m_keptPackage);
+    if (!m_newPackage.isEmpty())
+        QFile::remove(m_newPackage);
     for (const QString &folder : qAsConst(m_madeFolders))
         QDir().rmdir(folder);
 }

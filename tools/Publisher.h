@@ -34,7 +34,7 @@ private:
     bool fail(const QString &text);
 
     const PublishOptions &m_options;
-    QString m_keptPackage;
+    QString m_newPackage;
     QStringList m_madeFolders;
     QString m_summary;
     QString m_error;

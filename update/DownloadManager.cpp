@@ -9,6 +9,8 @@
 
 namespace
 {
+constexpr qint64 ReadBufferSize = 1 << 20; // bytes
+
 bool isRedirect(int status)
 {
     switch (status) {
@@ -96,6 +98,9 @@ void DownloadManager::send(const QUrl &url)
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::ManualRedirectPolicy);
     m_reply = m_manager.get(request);
+    // Without a bound the network layer takes in faster than the disk takes out, up to the whole
+    // package.
+    m_reply->setReadBufferSize(ReadBufferSize);
     connect(m_reply, &QNetworkReply::downloadProgress, this, &DownloadManager::downloadProgress);
     connect(m_reply, &QNetworkReply::finished, this, &DownloadManager::downloadFinished);
     connect(m_reply, &QNetworkReply::readyRead, this, &DownloadManager::downloadReadyRead);
@@ -137,6 +142,7 @@ void DownloadManager::downloadProgress(qlonglong bytesReceived, qlonglong bytesT
 void DownloadManager::downloadFinished()
 {
     qDebug() << "downloadFinished";
+    downloadReadyRead(); // what came with the end
     m_output.close();
     QNetworkReply *reply = m_reply;
     if (reply->error() != QNetworkReply::NoError) {

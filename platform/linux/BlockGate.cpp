@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <vector>
+
 namespace
 {
 constexpr int kKeyProject = 'Q'; // what the toolkit gives to ftok() beside the key file
@@ -31,20 +33,43 @@ bool isFileAt(int file, const QByteArray &path)
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-/// Puts a new, locked file in place of the one at \a path. The two exist side by side for a moment,
-/// so the new one has another inode number and with it most likely another key.
-int replaceFile(const QByteArray &path)
+/// Makes a locked file and gives it the name \a path by \a publish, link() or rename(). Nobody can
+/// get between making and locking it, so the caller is the first to use the file. -1 and errno when
+/// that fails.
+int makeLockedFile(const QByteArray &path, int (*publish)(const char *, const char *))
 {
     QByteArray temporary = path + ".XXXXXX";
     const int file = mkostemp(temporary.data(), O_CLOEXEC);
     if (file == -1)
         return -1;
     lockFile(file);
-    if (fchmod(file, kKeyFileMode) == 0 && rename(temporary.constData(), path.constData()) == 0)
+    if (fchmod(file, kKeyFileMode) == 0 && publish(temporary.constData(), path.constData()) == 0) {
+        unlink(temporary.constData());
         return file;
+    }
+    const int error = errno;
     unlink(temporary.constData());
     close(file);
+    errno = error;
     return -1;
+}
+
+/// Whether the key of the file at \a path leads to no block or to ours. Frees a block of our size
+/// that nobody holds.
+bool isKeyUsable(const QByteArray &path, qint64 size, bool fresh)
+{
+    const key_t key = ftok(path.constData(), kKeyProject);
+    const int block = key == -1 ? -1 : shmget(key, 0, 0);
+    if (block == -1)
+        return true;
+    // The key holds 16 bits of the inode number, so other programs' blocks can turn up under it.
+    shmid_ds state = {};
+    if (shmctl(block, IPC_STAT, &state) == -1 || qint64(state.shm_segsz) != size)
+        return false;
+    if (state.shm_nattch == 0)
+        return shmctl(block, IPC_RMID, nullptr) == 0;
+    // Held by somebody; not by one of us if our key file is only just there.
+    return !fresh;
 }
 } // namespace
 
@@ -59,11 +84,14 @@ void BlockGate::enter()
 {
     const QByteArray path = QFile::encodeName(m_path);
     while (m_file == -1) {
-        constexpr int flags = O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW;
-        int file = open(path.constData(), flags | O_EXCL, kKeyFileMode);
-        m_fresh = file != -1;
-        if (file == -1 && errno == EEXIST)
-            file = open(path.constData(), flags, kKeyFileMode);
+        const int file = open(path.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        m_fresh = file == -1 && errno == ENOENT;
+        if (m_fresh) {
+            m_file = makeLockedFile(path, link);
+            if (m_file == -1 && errno != EEXIST)
+                return;
+            continue;
+        }
         if (file == -1)
             return;
         lockFile(file);
@@ -85,27 +113,19 @@ void BlockGate::leave()
 
 void BlockGate::makeWay(qint64 size)
 {
-    if (m_file == -1)
-        return;
     const QByteArray path = QFile::encodeName(m_path);
-    for (int attempt = 0; attempt < kReplaceAttempts; ++attempt) {
-        const key_t key = ftok(path.constData(), kKeyProject);
-        const int block = key == -1 ? -1 : shmget(key, 0, 0);
-        if (block == -1)
-            return;
-        // The key holds 16 bits of the inode number, so other programs' blocks can turn up under
-        // it. Ours has our size, is readable, and never is older than our key file.
-        shmid_ds state = {};
-        if (!m_fresh && shmctl(block, IPC_STAT, &state) == 0 && qint64(state.shm_segsz) == size) {
-            if (state.shm_nattch == 0)
-                shmctl(block, IPC_RMID, nullptr);
-            return;
-        }
-        const int replaced = replaceFile(path);
-        if (replaced == -1)
-            return;
-        close(m_file);
-        m_file = replaced;
+    // Stay open until the end, or the next file would be given the inode number of the last one.
+    std::vector<int> replaced;
+    for (int attempt = 0; m_file != -1 && attempt < kReplaceAttempts; ++attempt) {
+        if (isKeyUsable(path, size, m_fresh))
+            break;
+        const int file = makeLockedFile(path, rename);
+        if (file == -1)
+            break;
+        replaced.push_back(m_file);
+        m_file = file;
         m_fresh = true;
     }
+    for (const int file : replaced)
+        close(file);
 }

@@ -8,8 +8,6 @@
 #include <memory>
 
 using Script = QVector<HttpAnswer>;
-Q_DECLARE_METATYPE(HttpAnswer)
-Q_DECLARE_METATYPE(Script)
 
 /// What one reply did, written down as it happened.
 struct ReplyWatch {
@@ -45,24 +43,20 @@ inline std::shared_ptr<ReplyWatch> watch(HttpReply *reply)
 }
 
 /// Collects the log lines while it lives.
-class LogCapture
-{
-public:
+struct LogCapture {
     LogCapture()
-        : m_previous(qInstallMessageHandler([](QtMsgType, const QMessageLogContext &,
-                                               const QString &line) { text() += line + '\n'; }))
     {
         text().clear();
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &line) {
+            text() += line + '\n';
+        });
     }
-    ~LogCapture() { qInstallMessageHandler(m_previous); }
+    ~LogCapture() { qInstallMessageHandler(nullptr); }
     static QString &text()
     {
         static QString all;
         return all;
     }
-
-private:
-    QtMessageHandler m_previous;
 };
 
 inline HttpAnswer answer(int status, const QByteArray &body = QByteArray())

@@ -42,11 +42,11 @@ public:
     using Source = std::function<HttpAnswer(const HttpRecord &)>;
 
     Connection(QTcpSocket *socket, const Source &source, QObject *parent)
-        : QObject(parent)
-        , m_socket(socket)
-        , m_source(source)
+        : QObject(parent), m_socket(socket), m_source(source)
     {
         m_socket->setParent(this);
+        // Head and body leave separately; the body must not wait for the head's acknowledgement.
+        m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         connect(m_socket, &QTcpSocket::readyRead, this, &Connection::read);
         connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
     }
@@ -139,8 +139,7 @@ private:
 };
 } // namespace
 
-HttpServer::HttpServer(QObject *parent)
-    : QObject(parent)
+HttpServer::HttpServer(QObject *parent) : QObject(parent)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &HttpServer::accept);
     if (!m_server.listen(QHostAddress::LocalHost))

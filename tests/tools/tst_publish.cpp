@@ -158,18 +158,21 @@ void tst_publish::roundTrip()
 
 void tst_publish::secondRunKeepsEarlierPackage()
 {
+    // Twice in a row the same package may come out, or one with a later time in it.
     put(QStringLiteral("a"), "1");
-    run(arguments());
-    QCOMPARE(m_process.exitCode(), 0);
+    for (int i = 0; i < 2; ++i) {
+        run(arguments());
+        QCOMPARE(m_process.exitCode(), 0);
+    }
     const QStringList first = tree(at(QStringLiteral("out/packages")));
     put(QStringLiteral("a"), "2");
     run(arguments());
     QCOMPARE(m_process.exitCode(), 0);
     const QStringList both = tree(at(QStringLiteral("out/packages")));
-    QCOMPARE(both.size(), 2);
+    QCOMPARE(both.size(), first.size() + 1);
     QVERIFY(both.contains(first.constFirst()));
 
-    // The older of the two must not be announced any more, and a failure must harm neither.
+    // The earlier one must not be announced any more, and a failure must harm neither.
     const QByteArray manifest = contentOf(at(QStringLiteral("out/cms/upgrade")));
     QVERIFY(!manifest.contains(first.constFirst().toUtf8()));
     put(QStringLiteral("nul"));

@@ -7,8 +7,6 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QDir>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QLabel>
 #include <QPushButton>
 #include <QSettings>
@@ -44,13 +42,8 @@ UpdateScene::UpdateScene()
     set("hosts/update", server.authority());
     set("game", game());
     set("interval", 1);
-    plugin = {
-        {"mods/a.pyc", "first"},
-        {"mods/empty", {}},
-        {"res/模型/b.bin", QByteArray(200000, 'b')},
-        {"mods/configs/corvane.xml",
-         "<r><setting>0</setting><version>1.2.3</version><game_version>1.12</game_version></r>"}};
-    publish(plugin, "1.2.3");
+    plugin = UpdateServer::samplePlugin();
+    server.publish(plugin, "1.2.3");
 
     connect(&m_messageBoxes, &QTimer::timeout, this, &UpdateScene::answerMessageBox);
     m_messageBoxes.start(20);
@@ -62,32 +55,6 @@ UpdateScene::~UpdateScene()
     qInstallMessageHandler(standardHandler);
     QDir(Paths::downloadFolder()).removeRecursively();
     QDir::setCurrent(QDir::rootPath());
-}
-
-void UpdateScene::publish(const Files::Tree &tree, const QString &version)
-{
-    archive = Files::zip(tree);
-    QJsonObject files;
-    for (auto file = tree.begin(); file != tree.end(); ++file) {
-        QString key = file.key();
-        // Half of the servers spell paths the Windows way.
-        files[key.replace("res/", "res\\")] = Files::md5(file.value());
-    }
-    QString list;
-    for (const QChar c : QString::fromUtf8(QJsonDocument(files).toJson(QJsonDocument::Compact)))
-        list += c.unicode() < 128 ? QString(c)
-                                  : QString("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
-    const QJsonObject data{{"version_name", version},
-                           {"md5", Files::md5(archive)},
-                           {"updated_at", "2021-03-05 10:20:30"},
-                           {"upgrade_info", list},
-                           {"link", server.url("/package.zip").toString()}};
-    manifest = QJsonDocument(QJsonObject{{"errno", 0}, {"data", data}}).toJson();
-    HttpAnswer answer;
-    answer.body = manifest;
-    server.answer("/cms/upgrade", {answer});
-    answer.body = archive;
-    server.answer("/package.zip", {answer});
 }
 
 void UpdateScene::set(const QString &key, const QVariant &value)

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "Files.h"
-#include "HttpServer.h"
+#include "UpdateServer.h"
 
 #include <QStringList>
 #include <QTemporaryDir>
@@ -22,8 +21,6 @@ public:
     UpdateScene();
     ~UpdateScene() override;
 
-    /// Has the server offer \a tree as \a version, well and whole.
-    void publish(const Files::Tree &tree, const QString &version);
     /// Changes the settings file, before start(); keys are "group/key" or "key".
     void set(const QString &key, const QVariant &value);
     QVariant stored(const QString &key) const;
@@ -37,16 +34,14 @@ public:
     bool isInstalled(const Files::Tree &tree, const QString &version) const;
     /// How often a debug line with \a text was written.
     int logged(const QString &text) const;
-    int manifests() const { return server.count("/cms/upgrade"); }
-    int packages() const { return server.count("/package.zip"); }
+    int manifests() const { return server.count(UpdateServer::Manifest); }
+    int packages() const { return server.count(UpdateServer::Package); }
     QString game() const { return m_dir.filePath("root/game"); }
     /// Everything that is neither in the game folder nor in the working folder.
     QStringList strays() const;
 
-    HttpServer server;
+    UpdateServer server;
     Files::Tree plugin;
-    QByteArray archive;   ///< as publish() made it
-    QByteArray manifest;  ///< as publish() made it
     QStringList messages; ///< texts of the message boxes that came up; each was closed
     std::unique_ptr<MainWindow> window;
 

@@ -1,0 +1,79 @@
+#include "ThrottledHttpReply.h"
+
+#include "Http.h"
+
+#include <QDebug>
+#include <QElapsedTimer>
+#include <QTimer>
+
+ThrottledHttpReply::ThrottledHttpReply(const HttpRequest &req, Http &inner, int minInterval,
+                                       QElapsedTimer &clock)
+    : m_inner(inner)
+    , m_request(req)
+    , m_minInterval(minInterval)
+    , m_clock(clock)
+{
+    QMetaObject::invokeMethod(this, &ThrottledHttpReply::checkElapsed, Qt::QueuedConnection);
+}
+
+const HttpReply *ThrottledHttpReply::real() const
+{
+    return qobject_cast<const HttpReply *>(parent());
+}
+
+QUrl ThrottledHttpReply::url() const
+{
+    return real() ? real()->url() : m_request.url;
+}
+
+int ThrottledHttpReply::statusCode() const
+{
+    return real() ? real()->statusCode() : 0;
+}
+
+QString ThrottledHttpReply::reasonPhrase() const
+{
+    return real() ? real()->reasonPhrase() : HttpReply::reasonPhrase();
+}
+
+QList<QPair<QByteArray, QByteArray>> ThrottledHttpReply::headers() const
+{
+    return real() ? real()->headers() : HttpReply::headers();
+}
+
+QByteArray ThrottledHttpReply::header(const QByteArray &name) const
+{
+    return real() ? real()->header(name) : HttpReply::header(name);
+}
+
+QByteArray ThrottledHttpReply::body() const
+{
+    return real() ? real()->body() : QByteArray();
+}
+
+void ThrottledHttpReply::checkElapsed()
+{
+    const qint64 elapsed = m_clock.isValid() ? m_clock.elapsed() : m_minInterval;
+    if (elapsed >= m_minInterval)
+        return send();
+
+    if (!m_timer) {
+        m_timer = new QTimer(this);
+        m_timer->setSingleShot(true);
+        m_timer->setTimerType(Qt::PreciseTimer);
+        connect(m_timer, &QTimer::timeout, this, &ThrottledHttpReply::checkElapsed);
+    }
+    const int rest = int(m_minInterval - elapsed);
+    qDebug() << "Throttling" << m_request.url << QStringLiteral("%1ms").arg(rest);
+    m_timer->start(rest);
+}
+
+void ThrottledHttpReply::send()
+{
+    m_clock.start();
+    HttpReply *const reply = m_inner.request(m_request);
+    connect(reply, &HttpReply::data, this, &HttpReply::data);
+    connect(reply, &HttpReply::error, this, &HttpReply::error);
+    connect(reply, &HttpReply::finished, this, &HttpReply::finished);
+    setParent(reply);
+}

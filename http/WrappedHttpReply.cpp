@@ -1,0 +1,95 @@
+#include "WrappedHttpReply.h"
+
+#include "CachedHttpReply.h"
+#include "CachingHttp.h"
+#include "DiskCache.h"
+
+#include <QDebug>
+
+WrappedHttpReply::WrappedHttpReply(HttpReply *origin, const CachingHttp &client, DiskCache &cache,
+                                   const QByteArray &key)
+    : m_client(client)
+    , m_cache(cache)
+    , m_key(key)
+{
+    setParent(origin);
+    connect(origin, &HttpReply::finished, this, &WrappedHttpReply::originFinished);
+}
+
+const HttpReply &WrappedHttpReply::origin() const
+{
+    return *static_cast<const HttpReply *>(parent());
+}
+
+QUrl WrappedHttpReply::url() const
+{
+    return origin().url();
+}
+
+int WrappedHttpReply::statusCode() const
+{
+    return origin().statusCode();
+}
+
+QString WrappedHttpReply::reasonPhrase() const
+{
+    return origin().reasonPhrase();
+}
+
+QList<QPair<QByteArray, QByteArray>> WrappedHttpReply::headers() const
+{
+    return origin().headers();
+}
+
+QByteArray WrappedHttpReply::header(const QByteArray &name) const
+{
+    return origin().header(name);
+}
+
+QByteArray WrappedHttpReply::body() const
+{
+    return origin().body();
+}
+
+void WrappedHttpReply::originFinished(const HttpReply &reply)
+{
+    qDebug() << reply.statusCode() << reply.url();
+    if (!reply.isSuccessful() && serveStale(reply))
+        return;
+
+    if (mayStore(reply))
+        m_cache.insert(m_key, reply.body());
+    else
+        qDebug() << "Not caching" << reply.statusCode() << reply.url();
+
+    if (reply.isSuccessful())
+        emit data(reply.body());
+    else
+        emit error(reply.reasonPhrase());
+    emit finished(reply);
+}
+
+bool WrappedHttpReply::serveStale(const HttpReply &reply)
+{
+    const QByteArray value = m_cache.staleValue(m_key);
+    if (value.isNull())
+        return false;
+    qDebug() << "Using stale cache value" << reply.url();
+    emit data(value);
+    auto *cached = new CachedHttpReply(value, reply.url());
+    cached->setParent(this);
+    emit finished(*cached);
+    cached->deleteLater();
+    return true;
+}
+
+bool WrappedHttpReply::mayStore(const HttpReply &reply) const
+{
+    if (!reply.isSuccessful())
+        return false;
+    const CachingHttp::Validators &validators = m_client.validators();
+    // Parameters such as the character set are no part of the type.
+    const QByteArray type = reply.header("Content-Type").split(';').first().trimmed();
+    const CachingHttp::Validator accepts = validators.value(type, validators.value("*"));
+    return !accepts || accepts(reply);
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "HttpReply.h"
+
+class CachingHttp;
+class DiskCache;
+
+/// Another reply, with a stored body in place of a failure where there is one.
+///
+/// Belongs to the reply that it wraps and goes with it. Until finished(), and in its own
+/// operations, it shows what that reply shows; what finished() carries is either that reply or a
+/// CachedHttpReply.
+class WrappedHttpReply : public HttpReply
+{
+    Q_OBJECT
+public:
+    /// Wraps \a origin and files its body in \a cache under \a key. \a client and \a cache have to
+    /// outlive the reply.
+    WrappedHttpReply(HttpReply *origin, const CachingHttp &client, DiskCache &cache,
+                     const QByteArray &key);
+
+    QUrl url() const override;
+    int statusCode() const override;
+    QString reasonPhrase() const override;
+    QList<QPair<QByteArray, QByteArray>> headers() const override;
+    QByteArray header(const QByteArray &name) const override;
+    QByteArray body() const override;
+
+private slots:
+    void originFinished(const HttpReply &reply);
+
+private:
+    const HttpReply &origin() const;
+    bool serveStale(const HttpReply &reply);
+    bool mayStore(const HttpReply &reply) const;
+
+    const CachingHttp &m_client;
+    DiskCache &m_cache;
+    const QByteArray m_key;
+};
