@@ -71,6 +71,7 @@ void BaseWindow::createTrayIcon()
     m_trayIcon = new QSystemTrayIcon(this);
     m_trayIcon->setContextMenu(m_trayMenu);
     m_trayIcon->setIcon(QIcon(QStringLiteral(":/images/icon.png")));
+    m_trayIcon->setToolTip(windowTitle());
 }
 
 void BaseWindow::createTitleBar()
