@@ -1,0 +1,185 @@
+#include "CustTitlebar.h"
+#include "QPhoneLabel.h"
+#include "QrCode.h"
+
+#include <QImage>
+#include <QMainWindow>
+#include <QPushButton>
+#include <QtTest>
+
+#include <memory>
+
+namespace
+{
+/// A title bar in its window, the way BaseWindow puts it there.
+struct Scene {
+    explicit Scene(int buttonType)
+    {
+        window.setGeometry(100, 100, 900, 560);
+        bar = new CustTitlebar(&window);
+        bar->setButtonType(buttonType);
+        bar->setFixedWidth(900);
+        bar->resize(900, 48);
+        window.show();
+    }
+
+    QPushButton *button(const char *name) const { return bar->findChild<QPushButton *>(name); }
+
+    /// Sends a mouse event to the bar, with the cursor where the event says that it is.
+    void mouse(QEvent::Type type, const QPoint &pos, Qt::MouseButtons held)
+    {
+        const QPoint global = bar->mapToGlobal(pos);
+        QCursor::setPos(global);
+        const auto button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
+        QMouseEvent event(type, pos, global, button, held, Qt::NoModifier);
+        QCoreApplication::sendEvent(bar, &event);
+    }
+
+    QMainWindow window;
+    CustTitlebar *bar = nullptr;
+};
+} // namespace
+
+class tst_titlebar : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase() { Q_INIT_RESOURCE(brekka); }
+    void buttons();
+    void drag_data();
+    void drag();
+    void popup();
+    void pictures();
+    void qrCode();
+};
+
+void tst_titlebar::buttons()
+{
+    const QStringList visible[] = {{"m_pButtonMin", "m_pButtonClose"},
+                                   {"m_pButtonMin", "m_pButtonMax", "m_pButtonClose"},
+                                   {"m_pButtonClose"}};
+    for (int type = 0; type < 3; ++type) {
+        const Scene scene(type);
+        QStringList found;
+        for (const auto *button : scene.bar->findChildren<QPushButton *>()) {
+            if (button->isVisible())
+                found += button->objectName();
+            QVERIFY(!button->accessibleName().isEmpty());
+        }
+        QCOMPARE(found, visible[type]);
+    }
+}
+
+void tst_titlebar::drag_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QByteArray>("start"); // a button to press on, or the bar itself
+    QTest::addColumn<bool>("maximised");
+    QTest::addColumn<bool>("moves");
+
+    QTest::newRow("bar") << 0 << QByteArray() << false << true;
+    QTest::newRow("close button") << 0 << QByteArray("m_pButtonClose") << false << false;
+    QTest::newRow("minimise button") << 0 << QByteArray("m_pButtonMin") << false << false;
+    QTest::newRow("maximisable") << 1 << QByteArray() << false << true;
+    QTest::newRow("maximisable, on the close button")
+        << 1 << QByteArray("m_pButtonClose") << false << true;
+    QTest::newRow("maximised") << 1 << QByteArray() << true << false;
+    QTest::newRow("close only") << 2 << QByteArray() << false << true;
+    QTest::newRow("close only, on the button")
+        << 2 << QByteArray("m_pButtonClose") << false << false;
+}
+
+void tst_titlebar::drag()
+{
+    QFETCH(int, type);
+    QFETCH(QByteArray, start);
+    QFETCH(bool, maximised);
+    QFETCH(bool, moves);
+    Scene scene(type);
+    if (maximised)
+        QTest::mouseClick(scene.button("m_pButtonMax"), Qt::LeftButton);
+    QPoint from(300, 20);
+    if (!start.isEmpty()) {
+        QPushButton *button = scene.button(start.constData());
+        from = button->mapTo(scene.bar, button->rect().center());
+    }
+    const QPoint before = scene.window.pos();
+
+    scene.mouse(QEvent::MouseButtonPress, from, Qt::LeftButton);
+    scene.mouse(QEvent::MouseMove, from + QPoint(30, 20), Qt::LeftButton);
+    scene.mouse(QEvent::MouseMove, from + QPoint(10, 5), Qt::LeftButton); // in the moved window
+    const QPoint after = scene.window.pos();
+    QCOMPARE(after - before, moves ? QPoint(40, 25) : QPoint());
+
+    // A menu that opens under the mouse swallows the release.
+    scene.mouse(QEvent::MouseMove, from + QPoint(50, 50), Qt::NoButton);
+    QCOMPARE(scene.window.pos(), after);
+    scene.mouse(QEvent::MouseButtonRelease, from, Qt::NoButton);
+    scene.mouse(QEvent::MouseMove, from + QPoint(50, 50), Qt::LeftButton);
+    QCOMPARE(scene.window.pos(), after);
+}
+
+void tst_titlebar::popup()
+{
+    Scene scene(0);
+    auto *label = scene.bar->findChild<QPhoneLabel *>();
+    QEvent enter(QEvent::Enter);
+    QEvent leave(QEvent::Leave);
+    QVERIFY(!scene.window.findChild<QrCode *>());
+    for (int round = 0; round < 2; ++round) {
+        QCoreApplication::sendEvent(label, &enter);
+        const auto popups = scene.window.findChildren<QrCode *>();
+        QCOMPARE(popups.size(), 1);
+        QVERIFY(popups.first()->isVisible());
+        QCOMPARE(popups.first()->geometry(),
+                 QRect(label->pos() + QPoint(-50, 38), QSize(180, 210)));
+        QCoreApplication::sendEvent(label, &leave);
+        QVERIFY(!popups.first()->isVisible());
+    }
+}
+
+void tst_titlebar::pictures()
+{
+    const QMap<QString, QSize> sizes{
+        {"icon", {256, 256}},     {"logo", {52, 52}},
+        {"beta", {48, 32}},       {"phone", {24, 36}},
+        {"qrback", {360, 420}},   {"min", {192, 48}},
+        {"close", {192, 48}},     {"message_close", {192, 48}},
+        {"new", {56, 38}},        {"shadow", {20, 20}},
+        {"question", {28, 28}},   {"Q", {28, 32}},
+        {"helplogo", {490, 154}}, {"a/1", {16, 16}},
+        {"a/2", {16, 16}},        {"a/3", {16, 16}},
+        {"a/4", {16, 16}},        {"null", {0, 0}}}; // the tray flashes with nothing
+    for (auto entry = sizes.begin(); entry != sizes.end(); ++entry) {
+        const QImage picture(QStringLiteral(":/images/%1.png").arg(entry.key()));
+        QVERIFY2(picture.size() == entry.value(), qPrintable(entry.key()));
+        // In a strip of four states no two are alike.
+        QSet<QByteArray> states;
+        for (int x = 0; x < 192; x += 48) {
+            const QImage state = picture.copy(x, 0, 48, 48);
+            states += QByteArray(reinterpret_cast<const char *>(state.constBits()),
+                                 int(state.sizeInBytes()));
+        }
+        QVERIFY(picture.width() != 192 || states.size() == 4);
+    }
+}
+
+void tst_titlebar::qrCode()
+{
+    QrCode popup;
+    for (const int factor : {1, 2}) {
+        QPixmap shot(popup.size() * factor);
+        shot.setDevicePixelRatio(factor);
+        popup.render(&shot);
+        const QTemporaryDir dir;
+        QVERIFY(shot.save(dir.filePath("popup.png")));
+        QProcess reader;
+        reader.start("zbarimg", {"--quiet", "--raw", dir.filePath("popup.png")});
+        QVERIFY(reader.waitForFinished());
+        QCOMPARE(reader.readAllStandardOutput().trimmed(),
+                 QByteArray("https://www.brekka.example/app"));
+    }
+}
+
+QTEST_MAIN(tst_titlebar)
+#include "tst_titlebar.moc"
