@@ -1,6 +1,7 @@
 #include "BaseWindow.h"
 
 #include "CustTitlebar.h"
+#include "FocusRing.h"
 
 #include <QAction>
 #include <QApplication>
@@ -37,6 +38,7 @@ BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
     createActions();
     createTrayIcon();
     createTitleBar();
+    new FocusRing(this);
     connect(m_trayIcon, &QSystemTrayIcon::messageClicked, this, &QWidget::show);
     connect(m_trayIcon, &QSystemTrayIcon::activated, this, &BaseWindow::onTrayActivated);
     m_trayIcon->setVisible(true);
@@ -69,6 +71,7 @@ void BaseWindow::createTrayIcon()
     m_trayIcon = new QSystemTrayIcon(this);
     m_trayIcon->setContextMenu(m_trayMenu);
     m_trayIcon->setIcon(QIcon(QStringLiteral(":/images/icon.png")));
+    m_trayIcon->setToolTip(windowTitle());
 }
 
 void BaseWindow::createTitleBar()
@@ -88,6 +91,15 @@ void BaseWindow::createTitleBar()
             &BaseWindow::onButtonMaxClicked);
     connect(m_titleBar, &CustTitlebar::signalButtonCloseClicked, this,
             &BaseWindow::onButtonCloseClicked);
+    m_titleBar->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_titleBar, &QWidget::customContextMenuRequested, this, &BaseWindow::openMenu);
+}
+
+void BaseWindow::openMenu(const QPoint &pos)
+{
+    // Where there is a tray, the menu is there and the title bar has none.
+    if (!QSystemTrayIcon::isSystemTrayAvailable())
+        m_trayMenu->popup(m_titleBar->mapToGlobal(pos));
 }
 
 void BaseWindow::showMainWindow()

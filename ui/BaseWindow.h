@@ -10,7 +10,8 @@ class QAction;
 class QMenu;
 
 /// A frameless window with a title bar of its own that lives in the system tray: closing it only
-/// hides it. Builds the main window's form onto itself.
+/// hides it. On a desktop without a tray, a right click on the title bar opens the tray's menu.
+/// Builds the main window's form onto itself.
 class BaseWindow : public QMainWindow, protected Ui_MainWindow
 {
     Q_OBJECT
@@ -42,6 +43,7 @@ private:
     void createActions();
     void createTrayIcon();
     void createTitleBar();
+    void openMenu(const QPoint &pos);
     void showMainWindow();
     void onTrayActivated(QSystemTrayIcon::ActivationReason reason);
 

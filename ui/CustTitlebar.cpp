@@ -1,6 +1,5 @@
 #include "CustTitlebar.h"
 
-#include "FocusRing.h"
 #include "QrCode.h"
 
 #include <QCursor>
@@ -19,7 +18,6 @@ constexpr QPoint PopupOffset(-50, 38);
 CustTitlebar::CustTitlebar(QWidget *parent) : QWidget(parent)
 {
     setupUi(this);
-    new FocusRing(this);
     connect(m_pButtonMin, &QPushButton::clicked, this, &CustTitlebar::onButtonMinClicked);
     connect(m_pButtonRestore, &QPushButton::clicked, this, &CustTitlebar::onButtonRestoreClicked);
     connect(m_pButtonMax, &QPushButton::clicked, this, &CustTitlebar::onButtonMaxClicked);
@@ -126,7 +124,8 @@ void CustTitlebar::mousePressEvent(QMouseEvent *event)
 
 void CustTitlebar::mouseMoveEvent(QMouseEvent *event)
 {
-    if (m_isPressed) {
+    // The release is lost when a menu opens, and the text's label reports bare moves as well.
+    if (m_isPressed && event->buttons() != Qt::NoButton) {
         const QPoint delta = event->globalPos() - m_startMovePos;
         m_startMovePos = event->globalPos();
         parentWidget()->move(parentWidget()->pos() + delta);

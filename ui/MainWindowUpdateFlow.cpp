@@ -65,6 +65,9 @@ void MainWindow::connectFlow()
             m_installprogressbar->setValue(int(value));
         },
         Qt::DirectConnection);
+    connect(m_installprogressbar, &QProgressBar::valueChanged, this, [this](int percent) {
+        trayIcon()->setToolTip(QStringLiteral("%1 %2%").arg(windowTitle()).arg(percent));
+    });
     connect(
         controller, &MainController::OnExtractingResult, this,
         [this](const QString &, EC::ErrorCode ec) { onExtractingResult(ec); },
@@ -313,6 +316,7 @@ void MainWindow::showProgress(int percent)
 void MainWindow::hideProgress()
 {
     m_installprogressbar->hide();
+    trayIcon()->setToolTip(windowTitle());
 }
 
 void MainWindow::ShowNew()

@@ -43,6 +43,7 @@ ReminderWidget::ReminderWidget(QWidget *parent)
     : QWidget(parent), m_form(std::make_unique<Ui_ReminderWidget>()), m_startTimer(new QTimer(this))
 {
     m_form->setupUi(this);
+    setAttribute(Qt::WA_TranslucentBackground); // for the rounded corners
 }
 
 ReminderWidget::~ReminderWidget() = default;
