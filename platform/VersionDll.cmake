@@ -1,21 +1,48 @@
+# Version resources: of the programs, and of libraries without code that have nothing else.
+set(BREKKA_VERSION_FOLDER ${CMAKE_CURRENT_LIST_DIR})
+
+function(brekka_four_numbers version result)
+    string(REGEX MATCH "^[0-9]+\\.[0-9]+\\.[0-9]+\\.[0-9]+" numbers ${version}.0.0.0)
+    set(${result} ${numbers} PARENT_SCOPE)
+endfunction()
+
+# Writes the resource script "target.rc" to the current binary folder.
+function(brekka_version_script target version file_name file_type icon)
+    brekka_four_numbers(${version} numbers)
+    string(REPLACE "." "," version_numbers ${numbers})
+    set(icon_line)
+    if(icon)
+        # The shell shows the icon that comes first.
+        set(icon_line "1 ICON \"${icon}\"")
+    endif()
+    configure_file(${BREKKA_VERSION_FOLDER}/version.rc.in ${target}.rc @ONLY)
+endfunction()
+
+# Gives a program the version of the project, and an icon if one follows. Only Windows has a place
+# for them.
+#   brekka_program_resource(target [icon])
+function(brekka_program_resource target)
+    if(NOT WIN32)
+        return()
+    endif()
+    brekka_version_script(${target} ${PROJECT_VERSION} ${target}.exe VFT_APP "${ARGN}")
+    target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+endfunction()
+
 # A library without code, whose version resource holds a version such as 1.6.1.1023.
 #   brekka_version_dll(target version)
 # It lands among the programs as "target.dll". On Windows the resource compiler makes it and RC must
 # be an enabled language; elsewhere a small program of ours writes the same record.
-set(BREKKA_VERSION_DLL_FOLDER ${CMAKE_CURRENT_LIST_DIR})
-
 function(brekka_version_dll target version)
-    set(numbers ${version}.0.0.0)
-    string(REGEX MATCH "^[0-9]+\\.[0-9]+\\.[0-9]+\\.[0-9]+" numbers ${numbers})
     if(WIN32)
-        string(REPLACE "." "," version_numbers ${numbers})
-        configure_file(${BREKKA_VERSION_DLL_FOLDER}/version.rc.in ${target}.rc @ONLY)
+        brekka_version_script(${target} ${version} ${target}.dll VFT_DLL "")
         add_library(${target} SHARED ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
         set_target_properties(${target} PROPERTIES PREFIX "" LINKER_LANGUAGE CXX)
         if(MSVC)
             target_link_options(${target} PRIVATE /NOENTRY)
         endif()
     else()
+        brekka_four_numbers(${version} numbers)
         set(file ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${target}.dll)
         add_custom_command(OUTPUT ${file}
             COMMAND make_version_dll ${file} ${numbers} DEPENDS make_version_dll VERBATIM)
