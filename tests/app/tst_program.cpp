@@ -79,6 +79,7 @@ void tst_Program::init()
     m_program = m_app + "/Brekka";
     Files::write(m_game + "/WorldOfTanks.exe", {});
     QVERIFY(QDir().mkpath(m_app));
+    qputenv("WINEPREFIX", m_app.toUtf8()); // no game is registered there
     QVERIFY(QFile::copy(BREKKA_PATH, m_program));
     m_server.reset(new UpdateServer);
     m_server->publish(m_plugin, "1.2.3");
