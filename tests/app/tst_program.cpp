@@ -55,6 +55,7 @@ private slots:
     void secondStart();
     void uninstall_data();
     void uninstall();
+    void endsPolitely();
     void commandLine_data();
     void commandLine();
 
@@ -178,6 +179,14 @@ void tst_Program::uninstall()
         QCOMPARE(Files::readTree(m_game).keys(), QStringList{"WorldOfTanks.exe"});
     }
     QCOMPARE(Files::readTree(m_app), settings);
+}
+
+void tst_Program::endsPolitely()
+{
+    Program program(m_program);
+    WAIT_FOR(program.said("OnAutoUpdate start"));
+    program.terminate();
+    QCOMPARE(program.result(), 0);
 }
 
 void tst_Program::commandLine_data()
