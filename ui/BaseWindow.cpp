@@ -1,5 +1,6 @@
 #include "BaseWindow.h"
 
+#include "Background.h"
 #include "CustTitlebar.h"
 #include "FocusRing.h"
 
@@ -8,8 +9,6 @@
 #include <QCloseEvent>
 #include <QFont>
 #include <QMenu>
-#include <QPainter>
-#include <QPainterPath>
 #include <QScreen>
 
 namespace
@@ -166,12 +165,6 @@ void BaseWindow::closeEvent(QCloseEvent *event)
 
 void BaseWindow::paintEvent(QPaintEvent *event)
 {
-    QPainterPath path;
-    path.setFillRule(Qt::WindingFill);
-    path.addRect(0, 0, width(), height());
-    QPainter painter(this);
-    painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    painter.fillPath(path, Qt::white);
-    painter.end();
+    fillBackground(this, Qt::white);
     QMainWindow::paintEvent(event);
 }

@@ -26,10 +26,9 @@ void FocusRing::follow(QWidget *old, QWidget *now)
 {
     Q_UNUSED(old)
     QWidget *area = parentWidget();
-    const bool isButton =
-        qobject_cast<QAbstractButton *>(now) || qobject_cast<SwitchButton *>(now);
-    const bool marked = isButton && area->isAncestorOf(now)
-                        && window()->testAttribute(Qt::WA_KeyboardFocusChange);
+    const bool isButton = qobject_cast<QAbstractButton *>(now) || qobject_cast<SwitchButton *>(now);
+    const bool marked =
+        isButton && area->isAncestorOf(now) && window()->testAttribute(Qt::WA_KeyboardFocusChange);
     setVisible(marked);
     if (!marked)
         return;
