@@ -9,6 +9,9 @@ bench_packages=(busybox curl unzip)
 test_packages=(zip unzip zbar-tools)
 mingw_packages=(g++-mingw-w64-x86-64-posix wine wine64 desktop-file-utils libglib2.0-bin)
 
+windows_packages=(libz-mingw-w64-dev zip)
+windows_test_packages=(xvfb xauth openbox xdotool imagemagick unzip busybox curl fonts-liberation fonts-noto-cjk)
+
 fail() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2
     exit 1
@@ -43,4 +46,9 @@ install_packages() {
 # build PRESET : configures and builds a preset with all cores.
 build() {
     (cd "$root" && cmake --preset "$1" >/dev/null && cmake --build --preset "$1" -j "$(nproc)")
+}
+
+# project_version : the version that the programs carry.
+project_version() {
+    sed -n 's/^project(Brekka VERSION \([0-9.]*\) .*/\1/p' "$root/CMakeLists.txt"
 }

@@ -1,7 +1,80 @@
 #!/usr/bin/env bash
-# Makes the portable archive for 64-bit Windows. The first run makes the toolkit, too, and keeps it
-# in the user's cache folder.
+# Makes the portable archive for 64-bit Windows, build/windows/Brekka-VERSION-win64.zip. The first
+# run makes the toolkit, too, and keeps it in the user's cache folder.
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 source "$root/scripts/windows/toolkit.sh"
 
+jobs=${BREKKA_JOBS:-$(nproc)}
+tree=$root/build/windows/tree
+
+compile() {
+    export BREKKA_TOOLKIT=$toolkit
+    cd "$root"
+    cmake --preset windows >/dev/null
+    cmake --build --preset windows -j "$jobs"
+}
+
+# collect FOLDER : puts what players get there.
+collect() {
+    local file library
+    mkdir -p "$1/platforms" "$1/styles" "$1/licenses"
+    for file in Brekka.exe BrekkaUpdater.exe brekka-publish.exe ver.dll; do
+        cp "$tree/bin/$file" "$1/"
+    done
+    for library in Core Gui Network Widgets Xml; do
+        cp "$toolkit/bin/Qt5$library.dll" "$1/"
+    done
+    cp "$toolkit/plugins/platforms/qwindows.dll" "$1/platforms/"
+    cp "$toolkit/plugins/styles/qwindowsvistastyle.dll" "$1/styles/"
+    for file in libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll; do
+        cp "$(x86_64-w64-mingw32-g++-posix -print-file-name="$file")" "$1/"
+    done
+    find "$1" \( -name '*.exe' -o -name '*.dll' \) -exec x86_64-w64-mingw32-strip --strip-unneeded {} +
+    collect_licenses "$1/licenses"
+}
+
+# The toolkit's and the compilers' terms ask that their texts go along.
+collect_licenses() {
+    local doc=/usr/share/doc common=/usr/share/common-licenses
+    cp "$doc/qtbase5-dev/copyright" "$1/toolkit.txt"
+    cp "$doc/gcc-mingw-w64-x86-64-posix-runtime/copyright" "$1/compiler-runtime.txt"
+    cp "$doc/mingw-w64-common/copyright" "$1/windows-runtime.txt"
+    cp "$doc/libz-mingw-w64-dev/copyright" "$1/zlib.txt"
+    cp "$common/LGPL-3" "$common/LGPL-2.1" "$common/GPL-3" "$common/GPL-2" "$1/"
+    cat >"$1/README.txt" <<TEXT
+Brekka uses Qt $toolkit_version under the LGPL, version 3, as the DLLs whose names begin with Qt5 and those in the
+folders "platforms" and "styles"; others of the same version may take their place. They were made from
+the source package qtbase-opensource-src $(cat "$toolkit/complete") of Debian with
+scripts/windows/toolkit.sh of Brekka's sources, which holds the options and the one change.
+"toolkit.txt" tells who holds which rights in it, the other files do so for the compiler's runtime DLLs
+and for zlib.
+TEXT
+}
+
+# Every DLL that a program or a DLL of the archive asks for must be in it, or be Windows' own.
+check_imports() {
+    local file name missing=0
+    while IFS= read -r file; do
+        while IFS= read -r name; do
+            [ ! -e "$1/$name" ] || continue
+            # The linker has an import library for each DLL that Windows brings along.
+            [ ! -e "/usr/x86_64-w64-mingw32/lib/lib$(basename "${name,,}" .dll).a" ] || continue
+            [ "${name,,}" != msvcrt.dll ] || continue
+            printf '%s needs %s, which is not in the archive\n' "${file#"$1/"}" "$name" >&2
+            missing=1
+        done < <(x86_64-w64-mingw32-objdump -p "$file" | sed -n 's/^\tDLL Name: //p')
+    done < <(find "$1" -name '*.exe' -o -name '*.dll')
+    [ "$missing" = 0 ] || fail 'the archive is not complete'
+}
+
+install_packages "${build_packages[@]}" "${mingw_packages[@]}" "${windows_packages[@]}"
 make_toolkit
+compile
+name=Brekka-$(project_version)-win64
+work=$root/build/windows/archive
+rm -rf "$work"
+collect "$work/$name"
+check_imports "$work/$name"
+rm -f "$root/build/windows/"Brekka-*-win64.zip
+(cd "$work" && zip -qrX9 "../$name.zip" "$name")
+printf '%s: %s bytes\n' "build/windows/$name.zip" "$(stat -c %s "$root/build/windows/$name.zip")"

@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Runs what scripts/windows/build.sh made, for real, under Wine: the tests compiled for Windows and
+# the program of the archive, with windows on a display of its own. Renews docs/screenshots/windows-*.
+source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
+source "$root/scripts/windows/toolkit.sh"
+source "$root/scripts/demo.sh"
+source "$root/scripts/windows/walk.sh"
+
+work=$root/build/windows/test
+name=Brekka-$(project_version)-win64
+
+# Wine gets a home and a prefix of its own. Without the overrides it would offer to fetch two
+# run-time environments and write to the desktop's menus.
+make_prefix() {
+    rm -rf "$work"
+    mkdir -p "$work/home"
+    export HOME=$work/home WINEPREFIX=$work/prefix WINEDEBUG=-all LC_ALL=C.UTF-8
+    export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe='
+    unset WINEPATH QT_PLUGIN_PATH QT_QPA_PLATFORM
+    wineboot -i >"$work/wineboot.log" 2>&1 || fail "no Wine prefix, see $work/wineboot.log"
+    # The forms name a font that comes with Windows only.
+    wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /v 'Microsoft YaHei' /d 'Noto Sans CJK SC' /f >/dev/null
+}
+
+# start_display : an X server on the first free display, with a window manager.
+start_display() {
+    local number=$work/display try
+    Xvfb -displayfd 3 -screen 0 1100x760x24 -nolisten tcp 3>"$number" 2>"$work/xvfb.log" &
+    started=($! "${started[@]}")
+    for try in {1..100}; do
+        [ ! -s "$number" ] || break
+        sleep 0.1
+    done
+    [ -s "$number" ] || fail "no display, see $work/xvfb.log"
+    DISPLAY=:$(cat "$number")
+    export DISPLAY
+    openbox 2>"$work/openbox.log" &
+    started=($! "${started[@]}")
+}
+
+# run_tests : the suite, with the DLLs of the archive and, for what only tests need, the toolkit's.
+run_tests() {
+    local log=$work/tests.log result=0
+    (
+        cd "$root"
+        export BREKKA_TOOLKIT=$toolkit
+        WINEPATH=$(winepath -w "$app")\;$(winepath -w "$toolkit/bin")
+        QT_PLUGIN_PATH=$(winepath -w "$app")
+        export WINEPATH QT_PLUGIN_PATH
+        ctest --preset windows --verbose "$@"
+    ) >"$log" 2>&1 || result=$?
+    printf 'Not run under Wine, and why:\n'
+    sed -n 's/^[0-9]*: \(SKIP   : .*\)/    \1/p' "$log" | tr -d '\r'
+    # Each Qt Test program closes with its own totals.
+    tr -d '\r' <"$log" | awk '/^[0-9]+: Totals: / { passed += $3; failed += $5; skipped += $7 }
+        END { printf "Cases under Wine: %d passed, %d failed, %d skipped\n", passed, failed, skipped }'
+    grep -E '^[0-9]+% tests passed|The following tests FAILED' -A 20 "$log" || true
+    [ "$result" = 0 ] || fail "the tests failed under Wine, see $log"
+}
+
+end_wine() {
+    wineserver -k 2>/dev/null || true
+    wineserver -w 2>/dev/null || true
+    stop_started
+}
+
+install_packages "${mingw_packages[@]}" "${windows_test_packages[@]}"
+archive=$root/build/windows/$name.zip
+[ -f "$archive" ] || fail "there is no $archive: run scripts/windows/build.sh first"
+make_prefix
+trap end_wine EXIT
+start_display
+mkdir -p "$WINEPREFIX/drive_c/Program Files"
+unzip -q "$archive" -d "$WINEPREFIX/drive_c/Program Files"
+app="$WINEPREFIX/drive_c/Program Files/$name"
+walk
+run_tests "$@"
