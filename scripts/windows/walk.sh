@@ -50,6 +50,11 @@ is_shown() {
     [ -n "$(window)" ]
 }
 
+# shows_windows COUNT : whether the program has so many, message boxes included.
+shows_windows() {
+    [ "$(xdotool search --onlyvisible --class 'brekka\.exe' 2>/dev/null | wc -l)" = "$1" ]
+}
+
 # screenshot NAME : of the window alone.
 screenshot() {
     # Two frames: the pointer's hover and the last repaint.
@@ -97,7 +102,7 @@ walk_install() {
     start_program first.log Brekka.exe
     wait_for 60 'the window' is_shown
     wait_for 60 'the search' said 'gamefind ret:'
-    wait_for 60 'the question' eval '[ "$(xdotool search --onlyvisible --name "Brekka|^$" 2>/dev/null | wc -l)" -gt 1 ]'
+    wait_for 60 'the question' shows_windows 2
     sleep 1
     import -window root "$root/docs/screenshots/windows-question.png"
     xdotool key Return
