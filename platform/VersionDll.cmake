@@ -12,8 +12,8 @@ function(brekka_version_script target version file_name file_type icon)
     string(REPLACE "." "," version_numbers ${numbers})
     set(icon_line)
     if(icon)
-        # The shell shows the icon that comes first.
-        set(icon_line "1 ICON \"${icon}\"")
+        # The toolkit looks for this name, for the windows; the shell takes the first icon there is.
+        set(icon_line "IDI_ICON1 ICON \"${icon}\"")
     endif()
     configure_file(${BREKKA_VERSION_FOLDER}/version.rc.in ${target}.rc @ONLY)
 endfunction()
