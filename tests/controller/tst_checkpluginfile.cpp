@@ -17,7 +17,10 @@ private slots:
     void singleFile();
 
 private:
-    QString path(const QString &relative) const { return m_game.path() + '/' + relative; }
+    QString path(const QString &relative) const
+    {
+        return m_game.path() + QDir::separator() + relative;
+    }
 
     QTemporaryDir m_game;
     const QString m_chunk = Files::md5(QByteArray(10240, 'a'));

@@ -13,7 +13,9 @@ QStringList rowsOf(const QString &program, const QString &function)
     list.start(program, {QStringLiteral("-datatags")});
     list.waitForFinished(-1);
     QStringList rows;
-    const QStringList lines = QString::fromUtf8(list.readAllStandardOutput()).split('\n');
+    // Windows ends lines with two characters.
+    const QString text = QString::fromUtf8(list.readAllStandardOutput()).remove('\r');
+    const QStringList lines = text.split('\n');
     for (const QString &line : lines) {
         // Each line is "class function row".
         if (line.section(' ', 1, 1) == function && !line.section(' ', 2).isEmpty())
