@@ -2,6 +2,7 @@
 
 #include "Http.h"
 
+#include <QAbstractEventDispatcher>
 #include <QDebug>
 #include <QTimer>
 
@@ -17,9 +18,12 @@ NetworkHttpReply::NetworkHttpReply(const HttpRequest &req, Http &client)
     m_readTimeoutTimer->setInterval(m_client.readTimeout());
     connect(m_readTimeoutTimer, &QTimer::timeout, this, &NetworkHttpReply::readTimeout,
             Qt::UniqueConnection);
-    // With nothing on its way no signal of the network will ever end this request.
-    if (!send(m_request))
-        QMetaObject::invokeMethod(this, &NetworkHttpReply::emitError, Qt::QueuedConnection);
+    if (send(m_request))
+        return;
+    // With nothing on its way no signal of the network will ever end this request, and a thread
+    // that ends before its event loop gets to it has to take it along.
+    setParent(QAbstractEventDispatcher::instance());
+    QMetaObject::invokeMethod(this, &NetworkHttpReply::emitError, Qt::QueuedConnection);
 }
 
 QUrl NetworkHttpReply::url() const

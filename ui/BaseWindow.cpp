@@ -1,7 +1,6 @@
 #include "BaseWindow.h"
 
 #include "CustTitlebar.h"
-#include "FocusRing.h"
 
 #include <QAction>
 #include <QApplication>
@@ -38,7 +37,6 @@ BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
     createActions();
     createTrayIcon();
     createTitleBar();
-    new FocusRing(this);
     connect(m_trayIcon, &QSystemTrayIcon::messageClicked, this, &QWidget::show);
     connect(m_trayIcon, &QSystemTrayIcon::activated, this, &BaseWindow::onTrayActivated);
     m_trayIcon->setVisible(true);

@@ -1,5 +1,6 @@
 #include "CustTitlebar.h"
 
+#include "FocusRing.h"
 #include "QrCode.h"
 
 #include <QCursor>
@@ -18,6 +19,7 @@ constexpr QPoint PopupOffset(-50, 38);
 CustTitlebar::CustTitlebar(QWidget *parent) : QWidget(parent)
 {
     setupUi(this);
+    new FocusRing(this);
     connect(m_pButtonMin, &QPushButton::clicked, this, &CustTitlebar::onButtonMinClicked);
     connect(m_pButtonRestore, &QPushButton::clicked, this, &CustTitlebar::onButtonRestoreClicked);
     connect(m_pButtonMax, &QPushButton::clicked, this, &CustTitlebar::onButtonMaxClicked);
@@ -46,22 +48,11 @@ void CustTitlebar::setTitleIcon(QString path)
 void CustTitlebar::setButtonType(int type)
 {
     m_buttonType = type;
-    switch (type) {
-    case MinAndClose:
-        m_pButtonRestore->hide();
-        m_pButtonMax->hide();
-        break;
-    case MinMaxAndClose:
-        m_pButtonRestore->hide();
-        break;
-    case CloseOnly:
-        m_pButtonMin->hide();
-        m_pButtonRestore->hide();
-        m_pButtonMax->hide();
-        break;
-    default:
-        break;
-    }
+    if (type < MinAndClose || type > CloseOnly)
+        return;
+    m_pButtonMin->setVisible(type != CloseOnly);
+    m_pButtonRestore->hide();
+    m_pButtonMax->setVisible(type == MinMaxAndClose);
 }
 
 void CustTitlebar::saveRestoreInfo(QPoint pos, QSize size)

@@ -1,48 +1,43 @@
 #include "FocusRing.h"
 
-#include "SwitchButton.h"
-
-#include <QAbstractButton>
 #include <QApplication>
 #include <QPainter>
 
 namespace
 {
-constexpr int Gap = 2;   // pixels between the button and the ring
-constexpr int Width = 2; // pixels
-constexpr int Radius = 4;
+constexpr int Gap = 3;
+constexpr int Line = 2;
+constexpr int Corner = 4;
 } // namespace
 
-FocusRing::FocusRing(QWidget *window) : QWidget(window)
+FocusRing::FocusRing(QWidget *area) : QWidget(area)
 {
     setAttribute(Qt::WA_TransparentForMouseEvents);
+    // An inherited style sheet would fill the middle.
+    setAttribute(Qt::WA_NoSystemBackground);
     hide();
-    connect(qApp, &QApplication::focusChanged, this,
-            [this](QWidget *, QWidget *focused) { follow(focused); });
+    connect(qApp, &QApplication::focusChanged, this, &FocusRing::follow);
 }
 
-void FocusRing::follow(const QWidget *focused)
+void FocusRing::follow(QWidget *old, QWidget *now)
 {
-    const bool isButton = qobject_cast<const QAbstractButton *>(focused) ||
-                          qobject_cast<const SwitchButton *>(focused);
-    if (!isButton || !parentWidget()->isAncestorOf(focused)) {
-        hide();
+    Q_UNUSED(old)
+    QWidget *area = parentWidget();
+    const bool marked =
+        now && area->isAncestorOf(now) && window()->testAttribute(Qt::WA_KeyboardFocusChange);
+    setVisible(marked);
+    if (!marked)
         return;
-    }
-    const QPoint corner = focused->mapTo(parentWidget(), QPoint(0, 0));
-    const int margin = Gap + Width;
-    setGeometry(QRect(corner, focused->size()).adjusted(-margin, -margin, margin, margin));
+    setGeometry(QRect(now->mapTo(area, QPoint()), now->size()).adjusted(-Gap, -Gap, Gap, Gap));
     raise();
-    show();
 }
 
 void FocusRing::paintEvent(QPaintEvent *event)
 {
     Q_UNUSED(event)
-    const qreal middle = Width / 2.0;
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(QColor(0x70, 0x7f, 0xe2), Width));
-    painter.drawRoundedRect(QRectF(rect()).adjusted(middle, middle, -middle, -middle), Radius,
-                            Radius);
+    painter.setPen(QPen(QColor(0x70, 0x7f, 0xe2), Line));
+    const qreal half = Line / 2.0;
+    painter.drawRoundedRect(QRectF(rect()).adjusted(half, half, -half, -half), Corner, Corner);
 }

@@ -2,17 +2,18 @@
 
 #include <QWidget>
 
-/// Shows which button of a window has the keyboard focus: a ring around it, in the same look on
-/// whatever background it stands. Takes part in nothing else; the window owns it.
+/// Marks the widget that has the keyboard focus with a ring around it, for areas whose style sheets
+/// hide the style's own mark. Shows only once the keyboard moved the focus in this window.
 class FocusRing : public QWidget
 {
     Q_OBJECT
 public:
-    explicit FocusRing(QWidget *window);
+    /// Lies over \a area, which owns it, and marks the widgets in it.
+    explicit FocusRing(QWidget *area);
 
 protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
-    void follow(const QWidget *focused);
+    void follow(QWidget *old, QWidget *now);
 };

@@ -2,6 +2,7 @@
 
 #include "ui_ReminderWidget.h"
 
+#include <QApplication>
 #include <QPropertyAnimation>
 #include <QTimer>
 
@@ -10,10 +11,22 @@ namespace
 constexpr int StayTime = 1000; // milliseconds
 constexpr int FadeTime = 400;  // milliseconds
 constexpr qreal Opacity = 0.6;
+
+// A toast that has closed stays allocated; the application takes all of them with it.
+void deleteToasts()
+{
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    for (QWidget *window : windows) {
+        if (qobject_cast<ReminderWidget *>(window))
+            delete window;
+    }
+}
 } // namespace
 
 void ReminderWidget::showReminder(QWidget *parent)
 {
+    static const bool registered = (qAddPostRoutine(deleteToasts), true);
+    Q_UNUSED(registered)
     auto *toast = new ReminderWidget;
     toast->setWindowOpacity(Opacity);
     const QPoint origin = parent->mapToGlobal(QPoint(0, 0));
