@@ -2,6 +2,7 @@
 #include "MainWindow.h"
 #include "RecevieSecondProcessMsg.h"
 #include "SingleApplication.h"
+#include "TerminationSignal.h"
 
 #include <QCommandLineParser>
 #include <QDebug>
@@ -41,6 +42,8 @@ int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver
     QObject::connect(&application, &SingleApplication::receivedMessage, &receiver,
                      &RecevieSecondProcessMsg::receivedMessage);
     QGuiApplication::setQuitOnLastWindowClosed(false);
+    // Closing the window only hides it, which a session's end would take for a refusal.
+    QGuiApplication::setFallbackSessionManagementEnabled(false);
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QString());
@@ -63,6 +66,7 @@ int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver
     }
     if (!parser.isSet(silentOption))
         window.show();
+    const TerminationSignal termination(&QCoreApplication::quit);
     return QCoreApplication::exec();
 }
 } // namespace

@@ -3,7 +3,7 @@
 # the numbers say nothing about right or wrong, and a busy machine spoils them. Its data, about
 # 2 GB, lie under build/bench and are made once.
 #
-#   scripts/bench.sh [PART...]    PART: verify, unpack, update, memory, growth; all by default
+#   scripts/bench.sh [PART...]    PART: verify, unpack, update, memory, growth, start, guard; all by default
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 source "$root/scripts/demo.sh"
 
@@ -92,6 +92,7 @@ check_tool() { (cd "$data/$set" && md5sum --quiet -c "$data/$set.md5"); }
 
 bench_verify() {
     local set
+    make_data
     heading 'verification' 'ours' 'md5sum' 'ratio' 'goal'
     set=small && compare '2,000 files of 64 KiB' 1.10 check_ours check_tool true
     set=large && compare 'one file of 256 MiB' 1.10 check_ours check_tool true
@@ -115,12 +116,14 @@ compare_unpacking() {
 }
 
 bench_unpack() {
+    make_data
     heading 'unpacking' 'ours' 'unzip' 'ratio' 'goal'
     compare_unpacking '2,000 files of 64 KiB' small 1.10
     compare_unpacking 'one file of 256 MiB' large 1.10
 }
 
 bench_growth() {
+    make_data
     heading 'unpacking files of 100 bytes' 'ours' 'unzip' 'ratio' ''
     compare_unpacking '1,000 files' 1000 ''
     compare_unpacking '4,000 files' 4000 ''
@@ -166,6 +169,7 @@ before_update() {
 
 bench_update() {
     local package brekka=
+    make_data
     package=$(echo "$data/whole.out/packages/"*.zip)
     serve "$data/whole.out"
     sed -i "s|http://127.0.0.1:[0-9]*/|http://127.0.0.1:$port/|" "$data/whole.out/cms/upgrade"
@@ -209,8 +213,99 @@ bench_memory() {
     compare_memory 'verification' "${check[@]}"
 }
 
+# Starting. The program in a folder of its own, without a game folder, so that nothing goes on.
+
+# start_first : starts the program and sets $took to the time until it has read its settings; $brekka
+# is the process, and $said the descriptor that its debug lines come from.
+start_first() {
+    local start=$EPOCHREALTIME
+    (cd "$bench/app" && exec ./Brekka -s) 2>"$bench/said" &
+    brekka=$!
+    started+=("$brekka")
+    exec {said}<"$bench/said"
+    wait_for OnSettingRefreshed
+    took=$(awk "BEGIN { print $EPOCHREALTIME - $start }")
+}
+
+# wait_for TEXT : returns when the program has said it.
+wait_for() {
+    local line
+    while IFS= read -r -t 20 -u "$said" line; do
+        [[ $line != *"$1"* ]] || return 0
+    done
+    fail "the program never said: $1"
+}
+
+stop_first() {
+    kill "$brekka"
+    wait "$brekka" 2>/dev/null || true
+    unset 'started[-1]'
+    exec {said}<&-
+}
+
+prepare_starts() {
+    rm -rf "$bench/app" "$bench/said"
+    mkdir "$bench/app"
+    mkfifo "$bench/said"
+    cp -R "$root/build/release/bin/." "$bench/app/"
+    export QT_QPA_PLATFORM=offscreen QT_FORCE_STDERR_LOGGING=1
+}
+
+bare() { "$bench/bin/brekka-bare"; }
+
+bench_start() {
+    local run ours=() theirs=() memory brekka said
+    prepare_starts
+    for run in $(seq 0 "$runs"); do
+        start_first
+        memory=$(awk '/VmHWM/ { print $2 }' "/proc/$brekka/status")
+        stop_first
+        [ "$run" = 0 ] || ours+=("$took")
+        seconds bare
+        [ "$run" = 0 ] || theirs+=("$took")
+    done
+    heading 'start' 'ours' 'bare' 'ratio' ''
+    awk -v ours="$(median "${ours[@]}")" -v bare="$(median "${theirs[@]}")" -v memory="$memory" 'BEGIN {
+        printf "%-34s %8.3f s %8.3f s %7.2f\n", "until the settings are read", ours, bare, ours / bare
+        printf "%-34s %6.1f MiB\n", "peak memory", memory / 1024 }'
+}
+
+second_start() { (cd "$bench/app" && exec ./Brekka); }
+
+# Until the first instance is told to come to the front.
+second_start_raises() {
+    second_start &
+    wait_for 'Active main wnd'
+}
+
+# compare_start NAME COMMAND : prints what a second start takes longer than a bare program.
+compare_start() {
+    local run ours=() theirs=() start
+    for run in $(seq 0 $((2 * runs))); do
+        start=$EPOCHREALTIME
+        "$2" 2>/dev/null
+        took=$(awk "BEGIN { print $EPOCHREALTIME - $start }")
+        [ "$run" = 0 ] || ours+=("$took")
+        [ "$2" != second_start ] || wait_for 'Active main wnd'
+        seconds bare
+        [ "$run" = 0 ] || theirs+=("$took")
+    done
+    awk -v name="$1" -v ours="$(median "${ours[@]}")" -v bare="$(median "${theirs[@]}")" 'BEGIN {
+        printf "%-34s %8.3f s %8.3f s %4.0f ms   60 ms\n", name, ours, bare, (ours - bare) * 1000 }'
+}
+
+bench_guard() {
+    local brekka said
+    prepare_starts
+    start_first
+    heading 'second start' 'ours' 'bare' 'more' 'goal'
+    compare_start 'to its end' second_start
+    compare_start 'to the first being raised' second_start_raises
+    stop_first
+}
+
 parts=("$@")
-[ $# -gt 0 ] || parts=(verify unpack update memory growth)
+[ $# -gt 0 ] || parts=(verify unpack update memory growth start guard)
 for part in "${parts[@]}"; do
     declare -F "bench_$part" >/dev/null || fail "no such part: $part"
 done
@@ -219,8 +314,7 @@ install_packages "${build_packages[@]}" "${bench_packages[@]}"
 (cd "$root" && cmake --preset release -DBREKKA_BENCH=ON >/dev/null)
 build release
 mkdir -p "$bench/bin"
-cp "$root/build/release/bench/brekka-bench" "$bench/bin/"
-make_data
+cp "$root/build/release/bench/brekka-bench" "$root/build/release/bench/brekka-bare" "$bench/bin/"
 for part in "${parts[@]}"; do
     "bench_$part"
 done

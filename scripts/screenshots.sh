@@ -152,12 +152,12 @@ show_first_steps() {
     sleep 0.5 # the message box
     xdotool key Escape
     nowhere
-    picture empty
+    picture first-page-empty
     point 740 24
     picture qr-code
     click 190 85
     nowhere
-    picture help
+    picture help-page
     click 90 85
     register_game
     click 790 208
@@ -171,7 +171,7 @@ show_first_steps() {
     await_line 'plugin local files match'
     picture toast
     sleep 1.5
-    picture installed
+    picture first-page-installed
     stop_brekka
 }
 

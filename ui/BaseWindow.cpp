@@ -1,14 +1,14 @@
 #include "BaseWindow.h"
 
+#include "Background.h"
 #include "CustTitlebar.h"
+#include "FocusRing.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFont>
 #include <QMenu>
-#include <QPainter>
-#include <QPainterPath>
 #include <QScreen>
 
 namespace
@@ -37,6 +37,7 @@ BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
     createActions();
     createTrayIcon();
     createTitleBar();
+    new FocusRing(this);
     setFocus(); // no control looks chosen before the user presses Tab
     connect(m_trayIcon, &QSystemTrayIcon::messageClicked, this, &QWidget::show);
     connect(m_trayIcon, &QSystemTrayIcon::activated, this, &BaseWindow::onTrayActivated);
@@ -165,12 +166,6 @@ void BaseWindow::closeEvent(QCloseEvent *event)
 
 void BaseWindow::paintEvent(QPaintEvent *event)
 {
-    QPainterPath path;
-    path.setFillRule(Qt::WindingFill);
-    path.addRect(0, 0, width(), height());
-    QPainter painter(this);
-    painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    painter.fillPath(path, Qt::white);
-    painter.end();
+    fillBackground(this, Qt::white);
     QMainWindow::paintEvent(event);
 }

@@ -27,13 +27,13 @@ CustMessagebox::CustMessagebox(QWidget *parent, QString title, QString text,
 {
     Q_UNUSED(title)
     setupUi(this);
-    new FocusRing(this);
     setWindowFlags(Qt::SubWindow | Qt::FramelessWindowHint | Qt::WindowMinimizeButtonHint);
     setAttribute(Qt::WA_TranslucentBackground);
     m_pLabel->setText(text);
     m_pLabel->setOpenExternalLinks(true);
     connect(m_pLabel, &QLabel::linkActivated, this, &CustMessagebox::openUrl);
     centreOver(parent);
+    new FocusRing(this);
     setUpButtons(buttons, defaultButton);
     connect(m_messageboxclose, &QPushButton::clicked, this, &CustMessagebox::onButtonCloseClicked);
     connect(m_pButtonBox, &QDialogButtonBox::clicked, this, [this](QAbstractButton *button) {

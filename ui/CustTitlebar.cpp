@@ -1,12 +1,10 @@
 #include "CustTitlebar.h"
 
-#include "FocusRing.h"
+#include "Background.h"
 #include "QrCode.h"
 
 #include <QCursor>
 #include <QMouseEvent>
-#include <QPainter>
-#include <QPainterPath>
 
 namespace
 {
@@ -19,7 +17,6 @@ constexpr QPoint PopupOffset(-50, 38);
 CustTitlebar::CustTitlebar(QWidget *parent) : QWidget(parent)
 {
     setupUi(this);
-    new FocusRing(this);
     connect(m_pButtonMin, &QPushButton::clicked, this, &CustTitlebar::onButtonMinClicked);
     connect(m_pButtonRestore, &QPushButton::clicked, this, &CustTitlebar::onButtonRestoreClicked);
     connect(m_pButtonMax, &QPushButton::clicked, this, &CustTitlebar::onButtonMaxClicked);
@@ -154,13 +151,7 @@ void CustTitlebar::mouseDoubleClickEvent(QMouseEvent *event)
 
 void CustTitlebar::paintEvent(QPaintEvent *event)
 {
-    QPainterPath path;
-    path.setFillRule(Qt::WindingFill);
-    path.addRect(0, 0, width(), height());
-    QPainter painter(this);
-    painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    painter.fillPath(path, QColor(m_colorR, m_colorG, m_colorB));
-    painter.end();
+    fillBackground(this, QColor(m_colorR, m_colorG, m_colorB));
     if (parentWidget() && parentWidget()->width() != width())
         setFixedWidth(parentWidget()->width());
     QWidget::paintEvent(event);

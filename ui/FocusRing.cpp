@@ -1,5 +1,8 @@
 #include "FocusRing.h"
 
+#include "SwitchButton.h"
+
+#include <QAbstractButton>
 #include <QApplication>
 #include <QPainter>
 
@@ -23,8 +26,9 @@ void FocusRing::follow(QWidget *old, QWidget *now)
 {
     Q_UNUSED(old)
     QWidget *area = parentWidget();
+    const bool isButton = qobject_cast<QAbstractButton *>(now) || qobject_cast<SwitchButton *>(now);
     const bool marked =
-        now && area->isAncestorOf(now) && window()->testAttribute(Qt::WA_KeyboardFocusChange);
+        isButton && area->isAncestorOf(now) && window()->testAttribute(Qt::WA_KeyboardFocusChange);
     setVisible(marked);
     if (!marked)
         return;

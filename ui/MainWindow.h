@@ -100,6 +100,7 @@ private:
     bool CheckPluginFiles(bool autoUpdate);
     void retryInstallation();
     void giveUp();
+    void reportFailure();
     void endRun();
     void forgetPackage();
     void showProgress(int percent);

@@ -175,10 +175,8 @@ void MainWindow::onExtracted()
     if (CheckPluginFiles(false))
         return;
     if (!m_autoUpdateModel) {
-        m_bRequesting = false;
         qDebug() << "OnCheckFileResult OnExtractingResult EXTRACT success!";
-        ShowMessage(InstallTexts::Failed);
-        MainController::instance()->WriteSetting(Keys::KeyLastCheckResult, false);
+        reportFailure();
     } else if (m_retryCount > LastRetry) {
         giveUp();
     } else {
@@ -193,16 +191,21 @@ void MainWindow::onExtractionFailed(EC::ErrorCode ec)
     if (QFile::exists(Paths::packageFile()))
         forgetPackage();
     if (!m_autoUpdateModel) {
-        m_bRequesting = false;
         qDebug() << "ShowPluginInstallFailedMsgbox OnExtractingResult !m_autoUpdateModel";
-        ShowMessage(InstallTexts::Failed);
-        MainController::instance()->WriteSetting(Keys::KeyLastCheckResult, false);
+        reportFailure();
     } else if (m_retryCount > LastRetry) {
         giveUp();
     } else {
         qDebug() << "UpdatePlugin OnExtractingResult failed:" << m_retryCount;
         retryInstallation();
     }
+}
+
+void MainWindow::reportFailure()
+{
+    m_bRequesting = false;
+    ShowMessage(InstallTexts::Failed);
+    MainController::instance()->WriteSetting(Keys::KeyLastCheckResult, false);
 }
 
 void MainWindow::giveUp()

@@ -83,7 +83,6 @@ void SwitchButton::paintEvent(QPaintEvent *event)
     painter.save();
     paintSlider(painter);
     painter.restore();
-    paintFocus(painter);
 }
 
 void SwitchButton::paintTrack(QPainter &painter)
@@ -115,16 +114,6 @@ void SwitchButton::paintSlider(QPainter &painter)
     painter.setPen(Qt::NoPen);
     painter.setBrush(m_checked ? m_sliderColorOn : m_sliderColorOff);
     painter.drawEllipse(m_startX + m_space, m_space, diameter, diameter);
-}
-
-void SwitchButton::paintFocus(QPainter &painter)
-{
-    if (!hasFocus())
-        return;
-    const qreal end = qMin(width(), height()) / 2.0 - 1;
-    painter.setBrush(Qt::NoBrush);
-    painter.setPen(QPen(QColor(9, 20, 44), 1.5));
-    painter.drawRoundedRect(QRectF(rect()).adjusted(1, 1, -1, -1), end, end);
 }
 
 template <typename Value>

@@ -54,7 +54,6 @@ private:
     void paintTrack(QPainter &painter);
     void paintText(QPainter &painter);
     void paintSlider(QPainter &painter);
-    void paintFocus(QPainter &painter);
 
     int m_space = 4; ///< pixels between the track's edge and the slider
     int m_radius = 2;

@@ -1,10 +1,9 @@
-#include "UserName.h"
+#include "Probe.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QLocalSocket>
-#include <QProcess>
 #include <QRandomGenerator>
 #include <QSharedMemory>
 #include <QTemporaryDir>
@@ -17,71 +16,14 @@
 #include <memory>
 #include <vector>
 
+#include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
 
-#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatienceMs)
-
 namespace
 {
-constexpr int kPatienceMs = 60000;
-const QString kProgram = QStringLiteral(PROBE_PATH);
-using Lines = QByteArrayList;
-
-QStringList words(const char *text)
-{
-    return QString::fromLatin1(text).split(QLatin1Char(' '), Qt::SkipEmptyParts);
-}
-
-/// A process that runs the guard, see InstanceProbe.cpp.
-struct Probe : QProcess {
-    explicit Probe(const char *arguments = "", const QString &program = kProgram)
-    {
-        start(program, words(arguments));
-    }
-    ~Probe() override { quit(); }
-
-    bool runs() const { return state() != NotRunning; }
-    void crash()
-    {
-        kill();
-        waitForFinished();
-    }
-    /// Ends with its input. The exit code, -1 for a crash.
-    int quit(const QByteArray &farewell = "quit\n")
-    {
-        write(farewell);
-        closeWriteChannel();
-        waitForFinished(kPatienceMs);
-        return !runs() && exitStatus() == NormalExit ? exitCode() : -1;
-    }
-    Lines lines()
-    {
-        output += readAllStandardOutput();
-        return output.split('\n').mid(0, output.count('\n'));
-    }
-    bool has(const QByteArray &line) { return lines().contains(line); }
-    bool isPrimary() { return has("primary " + identity()); }
-    QByteArray identity() const
-    {
-        return QByteArray::number(processId()) + ' ' + QByteArray::fromStdString(currentUserName());
-    }
-
-    QByteArray output;
-};
-
-using ProbePtr = std::unique_ptr<Probe>;
-
-ProbePtr startPrimary(const char *arguments = "", const QString &program = kProgram)
-{
-    auto probe = std::make_unique<Probe>(arguments, program);
-    if (!QTest::qWaitFor([&] { return probe->isPrimary(); }, kPatienceMs))
-        qWarning() << "No primary:" << probe->output << probe->readAllStandardError();
-    return probe;
-}
-
 QString keyOf(const QByteArray &ownPart)
 {
     const QByteArray digest = QCryptographicHash::hash("SingleApplicationinstance_probe" + ownPart,
@@ -254,6 +196,20 @@ private slots:
         QCOMPARE(QByteArray(static_cast<const char *>(block.constData()), 8),
                  QByteArray::fromHex("0155555500000000"));
         QCOMPARE(primary->quit(), 0);
+    }
+
+    /// What holds the key file keeps others out, and whoever waits notices that the file is gone.
+    void oneAtATime()
+    {
+        QFile keyFile(QSharedMemory(kKey).nativeKey());
+        QVERIFY(keyFile.open(QIODevice::WriteOnly) && flock(keyFile.handle(), LOCK_EX) == 0);
+        Probe probe;
+        QTest::qWait(1000);
+        QCOMPARE(probe.lines(), Lines());
+        QVERIFY(QFile::remove(keyFile.fileName()));
+        keyFile.close();
+        EVENTUALLY(probe.isPrimary());
+        checkClearsUp(probe);
     }
 
     /// Another program's block that chance put under our key is neither used nor freed.

@@ -55,6 +55,7 @@ private slots:
     void secondStart();
     void uninstall_data();
     void uninstall();
+    void endsPolitely();
     void commandLine_data();
     void commandLine();
 
@@ -79,6 +80,7 @@ void tst_Program::init()
     m_program = m_app + "/Brekka";
     Files::write(m_game + "/WorldOfTanks.exe", {});
     QVERIFY(QDir().mkpath(m_app));
+    qputenv("WINEPREFIX", m_app.toUtf8()); // no game is registered there
     QVERIFY(QFile::copy(BREKKA_PATH, m_program));
     m_server.reset(new UpdateServer);
     m_server->publish(m_plugin, "1.2.3");
@@ -177,6 +179,14 @@ void tst_Program::uninstall()
         QCOMPARE(Files::readTree(m_game).keys(), QStringList{"WorldOfTanks.exe"});
     }
     QCOMPARE(Files::readTree(m_app), settings);
+}
+
+void tst_Program::endsPolitely()
+{
+    Program program(m_program);
+    WAIT_FOR(program.said("OnAutoUpdate start"));
+    program.terminate();
+    QCOMPARE(program.result(), 0);
 }
 
 void tst_Program::commandLine_data()

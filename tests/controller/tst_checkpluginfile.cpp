@@ -47,7 +47,8 @@ void tst_CheckPluginFile::list_data()
     row("empty", {});
     QTest::newRow("not a list") << QVariant(7) << QString();
     row("first bad file in key order",
-        {{"c/empty", m_chunk}, {"b/chunk1.bin", m_chunk}, {"a/chunk.bin", m_chunk}}, "b/chunk1.bin");
+        {{"c/empty", m_chunk}, {"b/chunk1.bin", m_chunk}, {"a/chunk.bin", m_chunk}},
+        "b/chunk1.bin");
     row("missing", {{"a/chunk.bin", m_chunk}, {"nowhere", m_empty}}, "nowhere");
     row("missing and nothing expected", {{"nowhere", {}}});
     row("there and nothing expected", {{"c/empty", {}}}, "c/empty");

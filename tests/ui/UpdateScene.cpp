@@ -38,6 +38,7 @@ UpdateScene::UpdateScene()
     QDir::setCurrent(m_dir.filePath("root/app"));
     QDir(Paths::downloadFolder()).removeRecursively();
     Files::write(game() + "/WorldOfTanks.exe", {});
+    qputenv("WINEPREFIX", m_dir.path().toLocal8Bit()); // no game is registered there
 
     set("hosts/update", server.authority());
     set("game", game());

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <functional>
+
+/// Calls a function on the main thread's event loop when the system politely asks the process to
+/// end, so that it ends as if the user had quit: with its settings written and its role given up.
+///
+/// On Linux that is SIGTERM, SIGINT or SIGHUP, as at the end of a session; Windows ends a session
+/// through window messages, which the toolkit handles, and nothing is done here. Make one at the
+/// most, on the main thread, while there is an application object.
+class TerminationSignal
+{
+public:
+    explicit TerminationSignal(std::function<void()> handler);
+    ~TerminationSignal();
+    TerminationSignal(const TerminationSignal &) = delete;
+    TerminationSignal &operator=(const TerminationSignal &) = delete;
+};

@@ -1,0 +1,58 @@
+#include "TerminationSignal.h"
+
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <fcntl.h>
+#include <memory>
+#include <unistd.h>
+
+namespace
+{
+constexpr int Signals[] = {SIGTERM, SIGINT, SIGHUP};
+
+int ends[2] = {-1, -1}; // of a pipe: a signal handler may do little more than write
+std::unique_ptr<QSocketNotifier> notifier;
+
+void wake(int)
+{
+    const char byte = 0;
+    // A full pipe has woken the event loop already.
+    [[maybe_unused]] const ssize_t written = write(ends[1], &byte, 1);
+}
+
+void handleSignals(void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    for (const int signal : Signals)
+        sigaction(signal, &action, nullptr);
+}
+} // namespace
+
+TerminationSignal::TerminationSignal(std::function<void()> handler)
+{
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1)
+        return;
+    notifier = std::make_unique<QSocketNotifier>(ends[0], QSocketNotifier::Read);
+    QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(),
+                     [handler = std::move(handler)] {
+                         // Whoever asks a second time gets the system's own way.
+                         handleSignals(SIG_DFL);
+                         notifier->setEnabled(false);
+                         handler();
+                     });
+    handleSignals(wake);
+}
+
+TerminationSignal::~TerminationSignal()
+{
+    handleSignals(SIG_DFL);
+    notifier.reset();
+    for (int &end : ends) {
+        if (end != -1)
+            close(end);
+        end = -1;
+    }
+}

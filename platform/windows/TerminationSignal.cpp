@@ -1,0 +1,5 @@
+#include "TerminationSignal.h"
+
+TerminationSignal::TerminationSignal(std::function<void()>) {}
+
+TerminationSignal::~TerminationSignal() = default;

@@ -1,0 +1,9 @@
+// What any program of this toolkit costs to start: the measure for what ours adds.
+
+#include <QApplication>
+
+int main(int argc, char *argv[])
+{
+    const QApplication app(argc, argv);
+    return 0;
+}
