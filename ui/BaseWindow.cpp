@@ -38,6 +38,7 @@ BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
     createTrayIcon();
     createTitleBar();
     new FocusRing(this);
+    setFocus(); // no control looks chosen before the user presses Tab
     connect(m_trayIcon, &QSystemTrayIcon::messageClicked, this, &QWidget::show);
     connect(m_trayIcon, &QSystemTrayIcon::activated, this, &BaseWindow::onTrayActivated);
     m_trayIcon->setVisible(true);
