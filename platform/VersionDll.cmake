@@ -1,6 +1,4 @@
 # Version resources: of the programs, and of libraries without code that have nothing else.
-set(BREKKA_VERSION_FOLDER ${CMAKE_CURRENT_LIST_DIR})
-
 function(brekka_four_numbers version result)
     string(REGEX MATCH "^[0-9]+\\.[0-9]+\\.[0-9]+\\.[0-9]+" numbers ${version}.0.0.0)
     set(${result} ${numbers} PARENT_SCOPE)
@@ -15,7 +13,7 @@ function(brekka_version_script target version file_name file_type icon)
         # The toolkit looks for this name, for the windows; the shell takes the first icon there is.
         set(icon_line "IDI_ICON1 ICON \"${icon}\"")
     endif()
-    configure_file(${BREKKA_VERSION_FOLDER}/version.rc.in ${target}.rc @ONLY)
+    configure_file(${CMAKE_CURRENT_FUNCTION_LIST_DIR}/version.rc.in ${target}.rc @ONLY)
 endfunction()
 
 # Gives a program the version of the project, and an icon if one follows. Only Windows has a place
