@@ -10,19 +10,22 @@ work=$root/build/windows/test
 name=Brekka-$(project_version)-win64
 
 # Wine gets a home and a prefix of its own. Without the overrides it would offer to fetch two
-# run-time environments and write to the desktop's menus.
-make_prefix() {
-    rm -rf "$work"
-    mkdir -p "$work/home"
+# run-time environments and write to the desktop's menus. Variables of the toolkit only get through
+# under Wine's names for them.
+set_environment() {
     export HOME=$work/home WINEPREFIX=$work/prefix WINEDEBUG=-all LC_ALL=C.UTF-8
-    export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe='
-    unset WINEPATH QT_PLUGIN_PATH QT_QPA_PLATFORM
+    export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=' WINEQT_FORCE_STDERR_LOGGING=1
+    mkdir -p "$HOME"
+}
+
+make_prefix() {
     wineboot -i >"$work/wineboot.log" 2>&1 || fail "no Wine prefix, see $work/wineboot.log"
     # The forms name a font that comes with Windows only.
     wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /v 'Microsoft YaHei' /d 'Noto Sans CJK SC' /f >/dev/null
 }
 
-# start_display : an X server on the first free display, with a window manager.
+# start_display : an X server on the first free display, with a window manager. Translucent windows
+# are black without a compositor.
 start_display() {
     local number=$work/display try
     Xvfb -displayfd 3 -screen 0 1100x760x24 -nolisten tcp 3>"$number" 2>"$work/xvfb.log" &
@@ -36,6 +39,8 @@ start_display() {
     export DISPLAY
     openbox 2>"$work/openbox.log" &
     started=($! "${started[@]}")
+    picom --backend xrender 2>"$work/picom.log" &
+    started=($! "${started[@]}")
 }
 
 # run_tests : the suite, with the DLLs of the archive and, for what only tests need, the toolkit's.
@@ -45,8 +50,8 @@ run_tests() {
         cd "$root"
         export BREKKA_TOOLKIT=$toolkit
         WINEPATH=$(winepath -w "$app")\;$(winepath -w "$toolkit/bin")
-        QT_PLUGIN_PATH=$(winepath -w "$app")
-        export WINEPATH QT_PLUGIN_PATH
+        WINEQT_PLUGIN_PATH=$(winepath -w "$app")
+        export WINEPATH WINEQT_PLUGIN_PATH
         ctest --preset windows --verbose "$@"
     ) >"$log" 2>&1 || result=$?
     printf 'Not run under Wine, and why:\n'
@@ -67,9 +72,12 @@ end_wine() {
 install_packages "${mingw_packages[@]}" "${windows_test_packages[@]}"
 archive=$root/build/windows/$name.zip
 [ -f "$archive" ] || fail "there is no $archive: run scripts/windows/build.sh first"
-make_prefix
+rm -rf "$work"
+set_environment
 trap end_wine EXIT
+# First, because Wine's desktop doesn't come to a display later.
 start_display
+make_prefix
 mkdir -p "$WINEPREFIX/drive_c/Program Files"
 unzip -q "$archive" -d "$WINEPREFIX/drive_c/Program Files"
 app="$WINEPREFIX/drive_c/Program Files/$name"
