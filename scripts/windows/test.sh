@@ -20,6 +20,10 @@ set_environment() {
 
 make_prefix() {
     wineboot -i >"$work/wineboot.log" 2>&1 || fail "no Wine prefix, see $work/wineboot.log"
+    # While one program of the prefix runs, its services stay; without it a program may start just as
+    # they end, and hang.
+    coproc keeper { exec wine cmd /k >/dev/null 2>&1; }
+    started=("$keeper_PID" "${started[@]}")
     # The forms name a font that comes with Windows only.
     wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /v 'Microsoft YaHei' /d 'Noto Sans CJK SC' /f >/dev/null
 }
