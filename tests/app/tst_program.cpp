@@ -129,6 +129,12 @@ void tst_Program::recoversFromKill()
     strays.removeAll("app with blanks/" + QFileInfo(m_program).fileName());
     for (const char *ours : {"brekka.ini", "brekka.ini.lock", "plugins/pluginsconfig"})
         strays.removeAll(QString("app with blanks/") + ours);
+    // Windows has no nameless files, so a settings file that was just being saved stays there.
+    if (QSysInfo::kernelType() == "winnt") {
+        const QRegularExpression unsaved("/brekka\\.ini\\.[A-Za-z]{6}$");
+        for (const QString &stray : strays.filter(unsaved))
+            strays.removeAll(stray);
+    }
     QVERIFY2(strays.isEmpty(), qPrintable(strays.join(' ')));
 }
 
