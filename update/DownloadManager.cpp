@@ -125,10 +125,10 @@ void DownloadManager::downloadProgress(qlonglong bytesReceived, qlonglong bytesT
     m_receivedBytes = int(quint32(bytesReceived));
     m_totalBytes = int(quint32(bytesTotal));
 
-    double speed = m_speed.value;
-    emit currentSpeed(speed, m_speed.unit);
     if (bytesTotal <= 0)
         return;
+    double speed = m_speed.value;
+    emit currentSpeed(speed, m_speed.unit);
     // The listeners count in 32 bits; beyond that only the ratio matters to them.
     while (bytesTotal > std::numeric_limits<int>::max()) {
         bytesTotal /= 2;

@@ -186,7 +186,7 @@ void tst_Program::endsPolitely()
     Program program(m_program);
     WAIT_FOR(program.said("OnAutoUpdate start"));
     program.terminate();
-    QCOMPARE(program.result(), 0);
+    QVERIFY2(program.result() == 0, program.output);
 }
 
 void tst_Program::commandLine_data()
