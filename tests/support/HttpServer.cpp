@@ -25,16 +25,6 @@ QString pathOf(const HttpRecord &record)
     return normalised(QUrl::fromPercentEncoding(record.target.split('?').first()));
 }
 
-QByteArray reasonOf(int status)
-{
-    static const QMap<int, QByteArray> reasons{{200, "OK"},
-                                               {302, "Found"},
-                                               {404, "Not Found"},
-                                               {500, "Internal Server Error"},
-                                               {503, "Service Unavailable"}};
-    return reasons.value(status, "Status " + QByteArray::number(status));
-}
-
 /// One client connection; deletes itself with its socket's end.
 class Connection : public QObject
 {
@@ -102,7 +92,7 @@ private:
     void sendHead(const HttpAnswer &answer)
     {
         const QByteArray status = QByteArray::number(answer.status);
-        QByteArray head = "HTTP/1.1 " + status + ' ' + reasonOf(answer.status) + "\r\n";
+        QByteArray head = "HTTP/1.1 " + status + " Status " + status + "\r\n";
         bool hasLength = answer.noLength;
         for (const auto &header : answer.headers) {
             head += header.first + ": " + header.second + "\r\n";

@@ -11,9 +11,9 @@
 /// One answer of the scripted server; by default a well-behaved empty 200.
 struct HttpAnswer {
     int status = 200;
-    QByteArray body;
+    QByteArray body = {};
     /// Sent after our own headers; a Content-Length in here replaces the computed one.
-    QVector<QPair<QByteArray, QByteArray>> headers;
+    QVector<QPair<QByteArray, QByteArray>> headers = {};
     int delayMs = 0;       ///< before the status line
     int bodyDelayMs = 0;   ///< between head and body
     qint64 cutAfter = -1;  ///< announce the whole body, send so many bytes of it, then close
