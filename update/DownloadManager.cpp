@@ -1,5 +1,6 @@
 #include "DownloadManager.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QFileInfo>
 #include <QMetaEnum>
@@ -32,7 +33,12 @@ int httpStatus(const QNetworkReply *reply)
 }
 } // namespace
 
-DownloadManager::DownloadManager(QObject *parent) : QObject(parent) {}
+DownloadManager::DownloadManager(QObject *parent) : QObject(parent)
+{
+    // This object may live until process exit, and the network layer's own thread must not be
+    // caught there with a transfer.
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &DownloadManager::stop);
+}
 
 DownloadManager::~DownloadManager()
 {
@@ -40,6 +46,17 @@ DownloadManager::~DownloadManager()
     // object half gone.
     if (m_reply)
         m_reply->disconnect(this);
+}
+
+void DownloadManager::stop()
+{
+    if (m_reply) {
+        m_reply->disconnect(this);
+        delete m_reply;
+        m_reply = nullptr;
+        m_output.close();
+    }
+    m_manager.clearConnectionCache(); // which ends its thread
 }
 
 void DownloadManager::append(const QUrl &url, const QString &savePath)

@@ -40,6 +40,7 @@ signals:
     void currentSpeed(double &speed, QString strUnit);
 
 private slots:
+    void stop();
     void startNextDownload();
     void downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal);
     void downloadFinished();
