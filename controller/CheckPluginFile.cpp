@@ -62,8 +62,8 @@ QString CheckPluginFile::GetFileMd5(const QString &path) const
     constexpr qint64 ChunkSize = 10240;
     char chunk[ChunkSize];
 
-    qint64 remaining = QFileInfo(path).size();
     QFile file(path);
+    qint64 remaining = file.size(); // from the file system, as long as the file is not open
     // The chunks are large enough without the file object's own buffer in between.
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         qDebug() << "plugin filemd5 open " << path << " failed";

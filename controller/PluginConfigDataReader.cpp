@@ -16,9 +16,12 @@ QString configFile(const QString &gamePath)
     return gamePath + QStringLiteral("/mods/configs/corvane.xml");
 }
 
-bool parse(const QString &path, QDomDocument &document)
+/// Without a game folder the path would start at the root of the drive.
+bool parse(const QString &gamePath, QDomDocument &document)
 {
-    QFile file(path);
+    if (gamePath.isEmpty())
+        return false;
+    QFile file(configFile(gamePath));
     return file.open(QIODevice::ReadOnly) && document.setContent(&file);
 }
 
@@ -49,7 +52,7 @@ PluginConfigDataReader::PluginConfigDataReader(QObject *parent) : QObject(parent
 void PluginConfigDataReader::readPluginConfigData(QString strGamePath)
 {
     QDomDocument document;
-    if (!parse(configFile(strGamePath), document))
+    if (!parse(strGamePath, document))
         return;
     const QString version = child(document, "version").text();
     const QString gameVersion = child(document, "game_version").text();
@@ -81,9 +84,8 @@ void PluginConfigDataReader::writePluginConfigData(bool bHelloMessageOpen,
                                                    bool bUploadReplayOpen, QString strGamePath)
 {
     const QMutexLocker lock(&m_writing);
-    const QString path = configFile(strGamePath);
     QDomDocument document;
-    if (!parse(path, document)) {
+    if (!parse(strGamePath, document)) {
         emit pluginConfigWriteComplete();
         return;
     }
@@ -108,7 +110,7 @@ void PluginConfigDataReader::writePluginConfigData(bool bHelloMessageOpen,
     qDebug() << "plugin version code strNew " << word.value() << true;
     replaceText(setting, QString::number(word.value()));
     qDebug() << "plugin version code" << setting.text();
-    save(document, path);
+    save(document, configFile(strGamePath));
     emit pluginConfigWriteComplete();
 }
 
@@ -127,5 +129,6 @@ void PluginConfigDataReader::save(const QDomDocument &document, const QString &p
     stream.setCodec("UTF-8");
     document.save(stream, 4, QDomNode::EncodingFromTextStream);
     stream.flush();
-    file.commit();
+    if (!file.commit())
+        qDebug() << "dom not saved" << file.errorString();
 }

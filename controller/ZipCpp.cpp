@@ -52,8 +52,8 @@ bool unpackFile(QZipReader &archive, const Entry &entry, const QString &target)
     makeFolder(folder);
 
     // The reader answers an encrypted or unsupported entry, or one whose name it has altered, with
-    // fewer bytes than announced, and a damaged one with any bytes at all. That must show before the
-    // target is truncated.
+    // fewer bytes than announced, and a damaged one with any bytes at all. That must show before
+    // the target is truncated.
     const QByteArray data = archive.fileData(entry.filePath);
     if (!isWhole(data, entry)) {
         qDebug() << "extract file damaged:" << target << data.size() << entry.size;
@@ -80,6 +80,9 @@ void ZipCpp::OnUnzipFile(QString strZipFile, QString strDestPath)
 
 EC::ErrorCode ZipCpp::unpack(const QString &zipFile, const QString &destination)
 {
+    // Nothing else would keep an empty path from naming the root of the drive.
+    if (destination.isEmpty())
+        return EC::FILE_OPEN_FAILED;
     QZipReader archive(zipFile, QIODevice::ReadOnly);
     if (archive.status() != QZipReader::NoError)
         return EC::FILE_OPEN_FAILED;

@@ -2,9 +2,11 @@
 
 #include "NetworkHttpReply.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QThread>
 
 namespace
 {
@@ -18,18 +20,31 @@ const QMap<QByteArray, QByteArray> &defaultRequestHeaders()
     return headers;
 }
 
+QNetworkAccessManager *managerOfMainThread = nullptr;
+
+QNetworkAccessManager *makeManager()
+{
+    auto *manager = new QNetworkAccessManager;
+    if (qApp && QThread::currentThread() == qApp->thread()) {
+        managerOfMainThread = manager;
+        // Ends the manager's own thread, which must not be caught with a transfer while the process
+        // takes its globals down.
+        qAddPostRoutine([] { managerOfMainThread->clearConnectionCache(); });
+    }
+    return manager;
+}
+
 /// One for each thread, and never deleted: requests may be under way until its very end.
 QNetworkAccessManager &accessManager()
 {
-    thread_local QNetworkAccessManager *const manager = new QNetworkAccessManager;
+    thread_local QNetworkAccessManager *const manager = makeManager();
     return *manager;
 }
 } // namespace
 
 Http::Http()
-    : m_requestHeaders(defaultRequestHeaders())
-    , m_readTimeout(defaultReadTimeout)
-    , m_maxRetries(DefaultMaxRetries)
+    : m_requestHeaders(defaultRequestHeaders()), m_readTimeout(defaultReadTimeout),
+      m_maxRetries(DefaultMaxRetries)
 {
 }
 

@@ -160,8 +160,12 @@ void BaseWindow::closeEvent(QCloseEvent *event)
 {
     if (!m_trayIcon->isVisible())
         return;
-    hide();
     event->ignore();
+    // Without a tray nothing would bring a hidden window back.
+    if (QSystemTrayIcon::isSystemTrayAvailable())
+        hide();
+    else
+        showMinimized();
 }
 
 void BaseWindow::paintEvent(QPaintEvent *event)

@@ -123,8 +123,7 @@ void CustTitlebar::mousePressEvent(QMouseEvent *event)
 
 void CustTitlebar::mouseMoveEvent(QMouseEvent *event)
 {
-    // The release is lost when a menu opens, and the text's label reports bare moves as well.
-    if (m_isPressed && event->buttons() != Qt::NoButton) {
+    if (m_isPressed) {
         const QPoint delta = event->globalPos() - m_startMovePos;
         m_startMovePos = event->globalPos();
         parentWidget()->move(parentWidget()->pos() + delta);

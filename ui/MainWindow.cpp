@@ -47,7 +47,7 @@ MainWindow::MainWindow(QWidget *parent) : BaseWindow(parent), m_hosts(readHosts(
     m_gongneng_gun->show();
     m_help_gun->hide();
     m_shanTimer->setSingleShot(false);
-    // By name, as the form's own connections are made.
+    // By name, so that whoever derives from the window can put a handler of that name in its place.
     connect(m_shanTimer, SIGNAL(timeout()), this, SLOT(OnTimerShanTray()));
 
     m_autoUpdateTimer = new QTimer(this);
@@ -73,7 +73,7 @@ void MainWindow::setUpLinks()
                       QStringLiteral("隐私协议")));
     for (QLabel *link : {m_userprotocol, m_privacy}) {
         link->setOpenExternalLinks(true);
-        // By name, as the form's own connections are made.
+        // By name, as above.
         connect(link, SIGNAL(linkActivated(QString)), this, SLOT(openUrl(QString)));
     }
 }
@@ -137,10 +137,13 @@ void MainWindow::OnGameFinded(QString strPath, EC::ErrorCode ec)
     }
     const QFontMetrics metrics(m_updatedate->font());
     const QString shown = metrics.elidedText(strPath, Qt::ElideMiddle, FoundPathWidth);
+    QString url = strPath;
+    url.replace(QLatin1Char('%'), QLatin1String("%25"))
+        .replace(QLatin1Char('#'), QLatin1String("%23"));
     const QString question =
         QStringLiteral("<style> a {text-decoration: none;color: #505287;} </style> "
                        "发现<a href=\"File:///%1\">%2</a>，是否设置为游戏路径?")
-            .arg(strPath.toHtmlEscaped(), shown.toHtmlEscaped());
+            .arg(url.toHtmlEscaped(), shown.toHtmlEscaped());
     if (!isQuestionAccepted(question))
         return;
     qDebug() << "set game path";

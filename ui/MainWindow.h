@@ -120,6 +120,10 @@ private:
     // round without end against a server or a disk that stays bad.
     bool m_autoUpdateModel = false;
     bool m_bRequesting = false;
+    bool m_isDownloading = false; ///< the package file is being written
+    /// The files in the game folder are wrong, and a new check was started to fetch them again. If
+    /// the server has nothing to fetch, the run ends until the next tick.
+    bool m_isRepairing = false;
     int m_retryCount = 0;
     int m_wrongPackages = 0;
 

@@ -15,6 +15,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <utility>
+
 namespace Keys = ApplicationSettings;
 
 void MainWindow::UpdatePlugin(bool autoUpdate)
@@ -44,6 +46,7 @@ void MainWindow::onManifestReply(const HttpReply &reply, bool autoUpdate)
         qDebug() << "http failed autoUpdateModel close";
         m_autoUpdateModel = false;
         m_bRequesting = false;
+        m_isRepairing = false;
         qDebug() << "Something's wrong here" << reply.statusCode() << reply.reasonPhrase();
         return;
     }
@@ -51,7 +54,9 @@ void MainWindow::onManifestReply(const HttpReply &reply, bool autoUpdate)
     qDebug() << body;
     qDebug() << "ReadPlginUpdateRequestBody";
     const bool needsUpdate = ReadPlginUpdateRequestBody(QJsonDocument::fromJson(body).object());
-    if (!needsUpdate && autoUpdate) {
+    // Checking the same wrong files again would go round without a pause.
+    const bool isUseless = std::exchange(m_isRepairing, false);
+    if (!needsUpdate && autoUpdate && !isUseless) {
         qDebug() << "自动更新:" << true << "云端md5无更新，检测本地文件";
         CheckPluginFiles(true);
     }
@@ -112,8 +117,11 @@ void MainWindow::startDownload(const QString &link)
 {
     qDebug() << "plugin start download" << link;
     QDir().mkpath(Paths::downloadFolder());
-    MainController::instance()->DownloadPlugin(link);
+    m_isDownloading = true;
+    // First the setting: when the package file can't be opened, the download ends within its call,
+    // and what that empties must not be filled again behind it.
     MainController::instance()->WriteSetting(Keys::KeyPackageMd5, m_newPackageMd5);
+    MainController::instance()->DownloadPlugin(link);
 }
 
 bool MainWindow::endWithoutUpdate()
@@ -132,7 +140,8 @@ bool MainWindow::CheckPluginExist()
         if (QFile::exists(path))
             continue;
         qDebug() << "check plugin file exist failed" << path;
-        QFile::remove(Paths::packageFile());
+        if (!m_isDownloading)
+            QFile::remove(Paths::packageFile());
         complete = false;
     }
     return complete;

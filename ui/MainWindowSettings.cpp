@@ -2,6 +2,7 @@
 
 #include "MainWindow.h"
 
+#include "InstallTexts.h"
 #include "MainController.h"
 
 #include <QAction>
@@ -43,7 +44,8 @@ void MainWindow::OnSettingRefreshed(QVariant Setting)
     }
     // An empty path names the current directory, which exists.
     if (!QDir(m_settings.game).exists()) {
-        m_settings.game.clear();
+        m_settings.game
+            .clear(); // what the store reports in a moment, so that the field stays empty
         MainController::instance()->WriteSetting(Keys::KeyGame, QString());
         m_GamePath->clear();
         qDebug() << "game dir not exists";
@@ -57,7 +59,7 @@ void MainWindow::OnSettingRefreshed(QVariant Setting)
     showReplayState(m_settings.pluginloaderplayopen);
 
     if (m_settings.game.isEmpty()) {
-        m_installPlugin->setText(QStringLiteral("安装插件"));
+        m_installPlugin->setText(InstallTexts::Install);
         return;
     }
     qDebug() << "game is installed,start plugin test";

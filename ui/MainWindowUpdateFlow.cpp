@@ -48,6 +48,7 @@ void MainWindow::connectFlow()
         [this](qulonglong range) {
             qDebug() << "extract range::" << range;
             m_installprogressbar->setRange(0, int(range));
+            m_installprogressbar->setValue(0);
             m_installprogressbar->show();
         },
         Qt::DirectConnection);
@@ -106,12 +107,18 @@ void MainWindow::OnPluginExtractInstall()
         ShowMessage(InstallTexts::noGameFolder(m_hosts.game));
         return;
     }
+    // Half a package is none. The run goes on as the user's, who is told how it ends.
+    if (m_isDownloading)
+        return;
     if (!QFile::exists(Paths::packageFile())) {
         qDebug() << "压缩包不存在，重新下载,清空压缩包md5，重新请求";
         m_settings.packagecheck.clear();
         UpdatePlugin(false);
         return;
     }
+    if (m_bRequesting)
+        return;
+    m_bRequesting = true; // a tick must not replace the package while it is unpacked
     qDebug() << "autoUpdateModel close";
     qDebug() << "OnPluginExtractInstall check zip pack:" << m_settings.game
              << m_settings.packagecheck;
@@ -120,6 +127,7 @@ void MainWindow::OnPluginExtractInstall()
 
 void MainWindow::onDownloadFinished(const QString &path)
 {
+    m_isDownloading = false;
     hideProgress();
     qDebug() << "download plugin zip file finish check md5::" << path;
     MainController::instance()->StartCheckFileMd5(m_newPackageMd5, path);
@@ -148,7 +156,7 @@ void MainWindow::onPackageWrong()
     qDebug() << "zip is not  correct automode:" << m_autoUpdateModel;
     if (m_wrongPackages > LastRetry) {
         qDebug() << "zip stays wrong, give up";
-        m_settings.packagecheck.clear();
+        forgetPackage(); // so that the install button asks the server anew
         giveUp();
         ShowMessage(InstallTexts::Failed);
         return;
@@ -250,6 +258,9 @@ bool MainWindow::CheckPluginFiles(bool autoUpdate)
 void MainWindow::OnAutoUpdateCheckPluginsResult(QString strFilePath, bool bIsRight)
 {
     Q_UNUSED(strFilePath)
+    // The user has started a run meanwhile, which finds out by itself.
+    if (m_bRequesting)
+        return;
     if (bIsRight) {
         qDebug() << "本地插件文件正确，自动更新完成";
         m_autoUpdateModel = false;
@@ -264,6 +275,7 @@ void MainWindow::OnAutoUpdateCheckPluginsResult(QString strFilePath, bool bIsRig
     }
     qDebug() << "压缩包md5 清空,触发重新下载";
     m_settings.packagecheck.clear();
+    m_isRepairing = true;
     UpdatePlugin(true);
 }
 
@@ -275,7 +287,8 @@ void MainWindow::OnReturnPluginsCheckResult(QString strFilePath, bool bIsRight)
     } else {
         qDebug() << "OnReturnPluginsCheckResult  false";
         if (bIsRight) {
-            ReminderWidget::showReminder(this);
+            if (isVisible())
+                ReminderWidget::showReminder(this);
         } else {
             qDebug() << "plugin file check failed";
             ShowMessage(InstallTexts::Failed);

@@ -61,5 +61,7 @@ void ReminderWidget::StartQuit()
                 close();
         },
         Qt::DirectConnection);
+    // It belongs to nobody, so a toast that goes early takes it along.
+    connect(this, &QObject::destroyed, fade, [fade] { delete fade; });
     fade->start(QAbstractAnimation::DeleteWhenStopped);
 }

@@ -1,5 +1,6 @@
 #include "DownloadManager.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QFileInfo>
 #include <QMetaEnum>
@@ -32,7 +33,12 @@ int httpStatus(const QNetworkReply *reply)
 }
 } // namespace
 
-DownloadManager::DownloadManager(QObject *parent) : QObject(parent) {}
+DownloadManager::DownloadManager(QObject *parent) : QObject(parent)
+{
+    // This object may live until process exit, and the network layer's own thread must not be
+    // caught there with a transfer.
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &DownloadManager::stop);
+}
 
 DownloadManager::~DownloadManager()
 {
@@ -40,6 +46,17 @@ DownloadManager::~DownloadManager()
     // object half gone.
     if (m_reply)
         m_reply->disconnect(this);
+}
+
+void DownloadManager::stop()
+{
+    if (m_reply) {
+        m_reply->disconnect(this);
+        delete m_reply;
+        m_reply = nullptr;
+        m_output.close();
+    }
+    m_manager.clearConnectionCache(); // which ends its thread
 }
 
 void DownloadManager::append(const QUrl &url, const QString &savePath)
@@ -125,10 +142,10 @@ void DownloadManager::downloadProgress(qlonglong bytesReceived, qlonglong bytesT
     m_receivedBytes = int(quint32(bytesReceived));
     m_totalBytes = int(quint32(bytesTotal));
 
-    double speed = m_speed.value;
-    emit currentSpeed(speed, m_speed.unit);
     if (bytesTotal <= 0)
         return;
+    double speed = m_speed.value;
+    emit currentSpeed(speed, m_speed.unit);
     // The listeners count in 32 bits; beyond that only the ratio matters to them.
     while (bytesTotal > std::numeric_limits<int>::max()) {
         bytesTotal /= 2;

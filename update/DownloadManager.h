@@ -36,10 +36,11 @@ signals:
     /// Progress of the running download, as often as data comes in while its total size is known.
     /// Bytes, or a common fraction of them where bytes would not fit.
     void currentDownProgress(int &currentSize, int &totalSize);
-    /// Mean speed of the running download so far.
+    /// Mean speed of the running download so far; sent with the progress.
     void currentSpeed(double &speed, QString strUnit);
 
 private slots:
+    void stop();
     void startNextDownload();
     void downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal);
     void downloadFinished();

@@ -2,7 +2,6 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QRegularExpression>
 #include <QStringList>
 
 QString Paths::inFolder(const QString &folder, const QString &relative)
@@ -10,9 +9,9 @@ QString Paths::inFolder(const QString &folder, const QString &relative)
 #ifdef Q_OS_WIN
     return folder + QDir::separator() + relative;
 #else
-    static const QRegularExpression backslashes(QStringLiteral("\\\\+"));
     QString native = relative;
-    native.replace(backslashes, QStringLiteral("/"));
+    native.replace(QLatin1String("\\\\"), QLatin1String("\\"));
+    native.replace(QLatin1Char('\\'), QDir::separator());
     return folder + QDir::separator() + native;
 #endif
 }

@@ -16,7 +16,6 @@
 #include <memory>
 #include <vector>
 
-#include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -198,20 +197,6 @@ private slots:
         QCOMPARE(primary->quit(), 0);
     }
 
-    /// What holds the key file keeps others out, and whoever waits notices that the file is gone.
-    void oneAtATime()
-    {
-        QFile keyFile(QSharedMemory(kKey).nativeKey());
-        QVERIFY(keyFile.open(QIODevice::WriteOnly) && flock(keyFile.handle(), LOCK_EX) == 0);
-        Probe probe;
-        QTest::qWait(1000);
-        QCOMPARE(probe.lines(), Lines());
-        QVERIFY(QFile::remove(keyFile.fileName()));
-        keyFile.close();
-        EVENTUALLY(probe.isPrimary());
-        checkClearsUp(probe);
-    }
-
     /// Another program's block that chance put under our key is neither used nor freed.
     void foreignBlock()
     {
@@ -274,19 +259,6 @@ private slots:
         QCOMPARE(leaving.quit(), 0);
         QCOMPARE(leaving.lines(), Lines());
         EVENTUALLY(primary->has("started"));
-    }
-
-    void longMessage()
-    {
-        const ProbePtr primary = startPrimary();
-        Probe second;
-        second.write(QByteArray(1000000, 'x') + '\n');
-        EVENTUALLY(second.has("sent"));
-        QCOMPARE(second.quit(), 0);
-        int received = 0;
-        for (const QByteArray &line : reportsOf(*primary))
-            received += line.startsWith("message 1 ") ? (line.size() - 10) / 2 : 0;
-        QCOMPARE(received, 1000000);
     }
 
     void greetings_data()

@@ -15,7 +15,6 @@ private slots:
     void interval_data();
     void interval();
     void fileList();
-    void writesAtOnce();
 
 private:
     static ApplicationSettings::settings load()
@@ -78,16 +77,6 @@ void tst_Settings::fileList()
     const PluginFileList expected{{"mods\\\\a.pyc", "1"}, {"mods/模型.pyc", "2"}, {"c", "3"}};
     QCOMPARE(load().plugins, expected);
     QVERIFY(Files::read("brekka.ini").contains("FileMd5=an ordinary key"));
-}
-
-void tst_Settings::writesAtOnce()
-{
-    SettingsProcessor store;
-    QSignalSpy changed(&store, &SettingsProcessor::SettingChanged);
-    const QString folder = QStringLiteral("D:\\游戏\\WoT");
-    store.WriteSetting("game", folder);
-    QCOMPARE(changed, (QList<QVariantList>{{"game", folder}}));
-    QCOMPARE(load().game, folder);
 }
 
 QTEST_GUILESS_MAIN(tst_Settings)

@@ -1,5 +1,6 @@
 #include "HttpServer.h"
 
+#include <QRegularExpression>
 #include <QTcpSocket>
 #include <QTimer>
 
@@ -11,28 +12,15 @@
 
 namespace
 {
-QString normalised(const QString &path)
+QString normalised(QString path)
 {
-    QString result;
-    for (const QChar c : path)
-        if (c != QLatin1Char('/') || !result.endsWith(QLatin1Char('/')))
-            result += c;
-    return result;
+    static const QRegularExpression slashes("/+");
+    return path.replace(slashes, "/");
 }
 
 QString pathOf(const HttpRecord &record)
 {
     return normalised(QUrl::fromPercentEncoding(record.target.split('?').first()));
-}
-
-QByteArray reasonOf(int status)
-{
-    static const QMap<int, QByteArray> reasons{{200, "OK"},
-                                               {302, "Found"},
-                                               {404, "Not Found"},
-                                               {500, "Internal Server Error"},
-                                               {503, "Service Unavailable"}};
-    return reasons.value(status, "Status " + QByteArray::number(status));
 }
 
 /// One client connection; deletes itself with its socket's end.
@@ -81,45 +69,29 @@ private:
     {
         if (answer.silent)
             return;
-        QTimer::singleShot(answer.delayMs, this, [=] {
-            if (answer.reset)
-                return reset();
-            sendHead(answer);
-            const bool hasBody = record.method != "HEAD";
-            const bool close = answer.noLength || record.headers.value("connection") == "close";
-            QTimer::singleShot(answer.bodyDelayMs, this, [=] {
-                const QByteArray body = hasBody ? answer.body : QByteArray();
-                if (hasBody && answer.cutAfter >= 0)
-                    return sendRest(body.left(int(answer.cutAfter)), true);
-                const int half = answer.tailDelayMs > 0 ? body.size() / 2 : 0;
-                m_socket->write(body.left(half));
-                QTimer::singleShot(answer.tailDelayMs, this,
-                                   [=] { sendRest(half > 0 ? body.mid(half) : body, close); });
-            });
-        });
-    }
-
-    void sendHead(const HttpAnswer &answer)
-    {
+        if (answer.reset)
+            return reset();
         const QByteArray status = QByteArray::number(answer.status);
-        QByteArray head = "HTTP/1.1 " + status + ' ' + reasonOf(answer.status) + "\r\n";
-        bool hasLength = answer.noLength;
-        for (const auto &header : answer.headers) {
+        QByteArray head = "HTTP/1.1 " + status + " Status " + status + "\r\n";
+        for (const auto &header : answer.headers)
             head += header.first + ": " + header.second + "\r\n";
-            hasLength |= header.first.toLower() == "content-length";
-        }
-        if (!hasLength)
+        if (!answer.noLength)
             head += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n";
         m_socket->write(head + "\r\n");
-    }
 
-    void sendRest(const QByteArray &bytes, bool close)
-    {
-        m_socket->write(bytes);
-        m_answering = false;
-        if (close)
-            return m_socket->disconnectFromHost();
-        read();
+        const QByteArray whole = record.method == "HEAD" ? QByteArray() : answer.body;
+        const QByteArray body = whole.mid(0, answer.cutAfter);
+        const int half = answer.tailDelayMs > 0 ? body.size() / 2 : 0;
+        QTimer::singleShot(answer.bodyDelayMs, this, [=] {
+            m_socket->write(body.left(half));
+            QTimer::singleShot(answer.tailDelayMs, this, [=] {
+                m_socket->write(body.mid(half));
+                m_answering = false;
+                if (answer.noLength || body.size() < whole.size())
+                    return m_socket->disconnectFromHost();
+                read();
+            });
+        });
     }
 
     void reset()
@@ -146,14 +118,9 @@ HttpServer::HttpServer(QObject *parent) : QObject(parent)
         qFatal("The test server can't listen: %s", qPrintable(m_server.errorString()));
 }
 
-quint16 HttpServer::port() const
-{
-    return m_server.serverPort();
-}
-
 QString HttpServer::authority() const
 {
-    return QStringLiteral("127.0.0.1:%1").arg(port());
+    return QStringLiteral("127.0.0.1:%1").arg(m_server.serverPort());
 }
 
 QUrl HttpServer::url(const QString &pathAndQuery) const
@@ -182,11 +149,6 @@ int HttpServer::count(const QString &path) const
     return requests(path).size();
 }
 
-void HttpServer::clearRequests()
-{
-    m_requests.clear();
-}
-
 int HttpServer::connections() const
 {
     return findChildren<QTcpSocket *>().size();
@@ -202,10 +164,8 @@ void HttpServer::accept()
 HttpAnswer HttpServer::take(const HttpRecord &record)
 {
     m_requests += record;
-    HttpAnswer missing;
-    missing.status = 404;
     QVector<HttpAnswer> &script = m_scripts[pathOf(record)];
     if (script.isEmpty())
-        return missing;
+        return {404};
     return script.size() > 1 ? script.takeFirst() : script.first();
 }

@@ -11,12 +11,10 @@
 /// One answer of the scripted server; by default a well-behaved empty 200.
 struct HttpAnswer {
     int status = 200;
-    QByteArray body;
-    /// Sent after our own headers; a Content-Length in here replaces the computed one.
-    QVector<QPair<QByteArray, QByteArray>> headers;
-    int delayMs = 0;       ///< before the status line
+    QByteArray body = {};
+    QVector<QPair<QByteArray, QByteArray>> headers = {};
     int bodyDelayMs = 0;   ///< between head and body
-    qint64 cutAfter = -1;  ///< announce the whole body, send so many bytes of it, then close
+    int cutAfter = -1;     ///< announce the whole body, send so many bytes of it, then close
     bool reset = false;    ///< abort the connection instead of answering
     bool silent = false;   ///< never answer, keep the connection
     bool noLength = false; ///< omit Content-Length and close at the end
@@ -43,7 +41,6 @@ public:
     /// Listens at once.
     explicit HttpServer(QObject *parent = nullptr);
 
-    quint16 port() const;
     /// "127.0.0.1:PORT".
     QString authority() const;
     QUrl url(const QString &pathAndQuery) const;
@@ -56,7 +53,6 @@ public:
     /// The requests so far, in order of arrival; those of \a path only when one is given.
     QVector<HttpRecord> requests(const QString &path = QString()) const;
     int count(const QString &path) const;
-    void clearRequests();
     /// Connections that are open right now.
     int connections() const;
 

@@ -62,7 +62,7 @@ private slots:
     void messageBox_data();
     void messageBox();
     void toast();
-    void closingHides();
+    void closing();
     void trayMenu();
     void keyboardFocus();
 };
@@ -179,16 +179,17 @@ void tst_widgets::toast()
     delete toast;
 }
 
-void tst_widgets::closingHides()
+void tst_widgets::closing()
 {
     BaseWindow window;
     window.show();
     QTest::mouseClick(window.findChild<QPushButton *>("m_pButtonClose"), Qt::LeftButton);
-    QVERIFY(!window.isVisible());
+    // There is no tray on the test platform, so the window stays within reach.
+    QVERIFY(window.isMinimized());
     window.findChild<QTabWidget *>("m_tab")->setCurrentIndex(1);
     QMetaObject::invokeMethod(window.findChild<QSystemTrayIcon *>(), "activated",
                               Q_ARG(QSystemTrayIcon::ActivationReason, QSystemTrayIcon::Trigger));
-    QVERIFY(window.isVisible());
+    QVERIFY(window.isVisible() && !window.isMinimized());
     QCOMPARE(window.findChild<QTabWidget *>("m_tab")->currentIndex(), 0);
     // Without an icon to come back from, closing is closing.
     window.findChild<QSystemTrayIcon *>()->hide();

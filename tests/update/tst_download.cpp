@@ -16,14 +16,13 @@ private slots:
     void init();
     void outcomes_data();
     void outcomes();
-    void secondRequestWaits();
-    void nameFromUrl();
-    void speed_data();
+    void queueAndNames();
     void speed();
     void reportsThroughDownloader();
 
 private:
     QScopedPointer<QTemporaryDir> m_dir;
+    HttpServer m_server;
 };
 
 void tst_Download::init()
@@ -38,27 +37,18 @@ void tst_Download::outcomes_data()
     QTest::addColumn<HttpAnswer>("answer");
     QTest::addColumn<bool>("error");
     QTest::addColumn<bool>("kept");
-    const auto row = [](const char *name, HttpAnswer answer, bool error, bool kept) {
-        answer.body = QByteArray(300000, 'p');
-        QTest::newRow(name) << answer << error << kept;
-    };
-    HttpAnswer ok, cut, reset, redirect, noLength;
-    row("ok", ok, false, true);
+    HttpAnswer answer{200, QByteArray(300000, 'p'), {{"Location", "/elsewhere"}}};
+    HttpAnswer noLength = answer, cut = answer, reset = answer;
     noLength.noLength = true;
-    row("no length", noLength, false, true);
     cut.cutAfter = 1000;
-    row("cut off half way", cut, true, false);
     reset.reset = true;
-    row("reset", reset, true, false);
-    redirect.headers = {{"Location", "/elsewhere"}};
-    for (const int status : {301, 302, 303, 307, 308}) {
-        redirect.status = status;
-        row(QByteArray::number(status), redirect, false, false);
-    }
-    for (const int status : {404, 500, 503}) {
-        HttpAnswer failed;
-        failed.status = status;
-        row(QByteArray::number(status), failed, true, false);
+    QTest::newRow("ok") << answer << false << true;
+    QTest::newRow("no length") << noLength << false << true;
+    QTest::newRow("cut off half way") << cut << true << false;
+    QTest::newRow("reset") << reset << true << false;
+    for (const int status : {301, 302, 303, 307, 308, 404, 500, 503}) {
+        answer.status = status;
+        QTest::newRow(QByteArray::number(status)) << answer << (status >= 400) << false;
     }
 }
 
@@ -67,86 +57,56 @@ void tst_Download::outcomes()
     QFETCH(HttpAnswer, answer);
     QFETCH(bool, error);
     QFETCH(bool, kept);
-    HttpServer server;
-    server.answer("/p.zip", {answer});
-    const QString path = m_dir->filePath("package");
-    Files::write(path, QByteArray(500000, 'o')); // longer than what comes
-
+    m_server.answer("/p.zip", {answer});
+    Files::write("package", QByteArray(500000, 'o')); // longer than what comes
     DownloadManager manager;
     QSignalSpy finished(&manager, &DownloadManager::finished);
     QSignalSpy failed(&manager, &DownloadManager::error);
     int reports = 0;
     connect(&manager, &DownloadManager::currentDownProgress, this, [&reports] { ++reports; });
-    manager.append(server.url("/p.zip"), path);
+    manager.append(m_server.url("/p.zip"), "package");
     QTRY_COMPARE_WITH_TIMEOUT(finished.count(), 1, 20000);
-    QCOMPARE(finished.first().first().toString(), path);
+    QCOMPARE(finished.first().first().toString(), "package");
     QCOMPARE(failed.count(), error ? 1 : 0);
-    QCOMPARE(QFile::exists(path), kept);
-    if (kept)
-        QCOMPARE(Files::read(path), answer.body);
-    if (answer.noLength)
-        QVERIFY(reports <= 1); // only the end of the body tells its size
-    QCOMPARE(server.count("/elsewhere"), 0);
+    QCOMPARE(Files::readTree("."), kept ? Files::Tree({{"package", answer.body}}) : Files::Tree());
+    QVERIFY(!answer.noLength || reports <= 1); // only the end of the body tells its size
+    QCOMPARE(m_server.count("/elsewhere"), 0);
 }
 
-void tst_Download::secondRequestWaits()
+void tst_Download::queueAndNames()
 {
-    HttpServer server;
-    HttpAnswer first, second;
-    first.body = "first";
-    first.bodyDelayMs = 200;
-    second.body = "second";
-    server.answer("/1", {first});
-    server.answer("/2", {second});
+    HttpAnswer slow{200, "first"};
+    slow.bodyDelayMs = 200;
+    m_server.answer("/pkg/a.zip", {slow, {200, "second"}, {200, "third"}});
+    m_server.answer("/pkg/", {{200, "no name"}});
     DownloadManager manager;
     QSignalSpy finished(&manager, &DownloadManager::finished);
-    manager.append(server.url("/1"), "one");
-    manager.append(server.url("/2"), "two");
+    for (const char *path : {"/pkg/a.zip", "/pkg/a.zip", "/pkg/a.zip", "/pkg/"})
+        manager.append(m_server.url(path), QString());
+    manager.append(m_server.url("/pkg/"), "last");
     QTRY_COMPARE_WITH_TIMEOUT(finished.count(), 1, 20000);
-    QCOMPARE(Files::readTree("."), (Files::Tree{{"one", "first"}, {"two", "second"}}));
-    QCOMPARE(finished.first().first().toString(), QString("two"));
-}
-
-void tst_Download::nameFromUrl()
-{
-    HttpServer server;
-    for (const char *path : {"/pkg/plugin.zip", "/pkg/"})
-        server.answer(path, {HttpAnswer()});
-    DownloadManager manager;
-    QSignalSpy finished(&manager, &DownloadManager::finished);
-    for (const char *path : {"/pkg/plugin.zip", "/pkg/plugin.zip", "/pkg/plugin.zip", "/pkg/"}) {
-        manager.append(server.url(path), QString());
-        QVERIFY(finished.wait(20000));
-    }
-    QCOMPARE(Files::readTree(".").keys(),
-             (QStringList{"download", "plugin.zip", "plugin.zip.0", "plugin.zip.1"}));
-}
-
-void tst_Download::speed_data()
-{
-    QTest::addColumn<qint64>("bytes");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("nothing") << qint64(0) << "0.0 bytes/sec";
-    QTest::newRow("below kilo") << qint64(1023) << "1023.0 bytes/sec";
-    QTest::newRow("kilo") << qint64(1024) << "1.0 kB/s";
-    QTest::newRow("below mega") << qint64(1048575) << "1024.0 kB/s";
-    QTest::newRow("mega") << qint64(1048576) << "1.0 MB/s";
-    QTest::newRow("beyond 32 bits") << (qint64(5) << 32) << "20480.0 MB/s";
+    QCOMPARE(finished.first().first().toString(), "last");
+    const Files::Tree wanted{{"a.zip", "first"},
+                             {"a.zip.0", "second"},
+                             {"a.zip.1", "third"},
+                             {"download", "no name"},
+                             {"last", "no name"}};
+    QCOMPARE(Files::readTree("."), wanted);
 }
 
 void tst_Download::speed()
 {
-    QFETCH(qint64, bytes);
-    QFETCH(QString, text);
-    QCOMPARE(TransferSpeed::of(bytes, 1000).text(), text);
+    const QMap<qint64, QString> texts{{0, "0.0 bytes/sec"},  {1023, "1023.0 bytes/sec"},
+                                      {1024, "1.0 kB/s"},    {1048575, "1024.0 kB/s"},
+                                      {1048576, "1.0 MB/s"}, {qint64(5) << 32, "20480.0 MB/s"}};
+    for (auto text = texts.begin(); text != texts.end(); ++text)
+        QCOMPARE(TransferSpeed::of(text.key(), 1000).text(), text.value());
 }
 
 void tst_Download::reportsThroughDownloader()
 {
-    HttpServer server;
-    HttpAnswer answer;
-    answer.body = QByteArray(30 << 20, 'p'); // 100 times as many bytes do not fit into 31 bits
-    server.answer("/p.zip", {answer});
+    // 100 times as many bytes do not fit into 31 bits.
+    m_server.answer("/large", {{200, QByteArray(30 << 20, 'p')}});
     PluginDownloader downloader;
     QSignalSpy finished(&downloader, &PluginDownloader::DownloadPluginFinished);
     QSignalSpy failed(&downloader, &PluginDownloader::DownloadPluginError);
@@ -154,13 +114,13 @@ void tst_Download::reportsThroughDownloader()
     QSignalSpy speed(&downloader, &PluginDownloader::DownloadPluginSpeed);
 
     QVERIFY(QDir(Paths::downloadFolder()).removeRecursively());
-    downloader.DownloadPlugin(server.url("/p.zip").toString());
+    downloader.DownloadPlugin(m_server.url("/large").toString());
     QCOMPARE(finished.count(), 1);
     QCOMPARE(failed.first().first().value<EC::ErrorCode>(), EC::DOWNLOAD_PLUGIN_NETFAILED);
-    QCOMPARE(server.count("/p.zip"), 0);
+    QCOMPARE(m_server.count("/large"), 0);
 
     QVERIFY(QDir().mkpath(Paths::downloadFolder()));
-    downloader.DownloadPlugin(server.url("/p.zip").toString());
+    downloader.DownloadPlugin(m_server.url("/large").toString());
     QTRY_COMPARE_WITH_TIMEOUT(finished.count(), 2, 60000);
     QCOMPARE(finished.last().first().toString(), Paths::packageFile());
     QCOMPARE(QFile(Paths::packageFile()).size(), qint64(30 << 20));

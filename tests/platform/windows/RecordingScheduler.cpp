@@ -1,73 +1,13 @@
-// The interfaces as tables of functions, whose slots can be counted.
-#define CINTERFACE
-
 #include "RecordingScheduler.h"
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <utility>
-#include <windows.h>
-
-#include <taskschd.h>
 
 namespace
 {
-
-/// The parameters, one character each, are a (s)tring, (n)umber, (b)oolean, (v)ariant, (o)bject,
-/// (i)nterface id or do not (m)atter; handed out are a new object (>), the number of tasks (c) or
-/// the object's own name (t).
-struct Method {
-    std::wstring interfaceName;
-    size_t offset;
-    std::wstring name;
-    std::string parameters;
-    std::wstring handedOut;
-};
-
-#define METHOD(Interface, name, ...)                                                               \
-    {                                                                                              \
-        L## #Interface, offsetof(Interface##Vtbl, name), L## #name, __VA_ARGS__                    \
-    }
-
-// clang-format off
-const std::vector<Method> methods = {
-    METHOD(IClassFactory, CreateInstance, "mi>", L"ITaskService"),
-    METHOD(ITaskService, Connect, "vvvv", {}),
-    METHOD(ITaskService, GetFolder, "s>", L"ITaskFolder"),
-    METHOD(ITaskService, NewTask, "n>", L"ITaskDefinition"),
-    METHOD(ITaskFolder, GetFolder, "s>", L"ITaskFolder"),
-    METHOD(ITaskFolder, CreateFolder, "sv>", L"ITaskFolder"),
-    METHOD(ITaskFolder, DeleteFolder, "sn", {}),
-    METHOD(ITaskFolder, GetTasks, "n>", L"IRegisteredTaskCollection"),
-    METHOD(ITaskFolder, DeleteTask, "sn", {}),
-    METHOD(ITaskFolder, RegisterTaskDefinition, "sonvvnv>", L"IRegisteredTask"),
-    METHOD(ITaskDefinition, get_Settings, ">", L"ITaskSettings"),
-    METHOD(ITaskDefinition, get_Triggers, ">", L"ITriggerCollection"),
-    METHOD(ITaskDefinition, get_Actions, ">", L"IActionCollection"),
-    METHOD(ITaskDefinition, get_Principal, ">", L"IPrincipal"),
-    METHOD(ITaskSettings, put_DisallowStartIfOnBatteries, "b", {}),
-    METHOD(ITaskSettings, put_StopIfGoingOnBatteries, "b", {}),
-    METHOD(ITaskSettings, put_RestartCount, "n", {}),
-    METHOD(ITaskSettings, put_RestartInterval, "s", {}),
-    METHOD(ITaskSettings, get_IdleSettings, ">", L"IIdleSettings"),
-    METHOD(IIdleSettings, put_StopOnIdleEnd, "b", {}),
-    METHOD(ITriggerCollection, Create, "n>", L"ITrigger"),
-    METHOD(IActionCollection, Create, "n>", L"IAction"),
-    METHOD(IAction, QueryInterface, "i>", L"IExecAction"),
-    METHOD(IExecAction, put_Path, "s", {}),
-    METHOD(IExecAction, put_Arguments, "s", {}),
-    METHOD(IExecAction, put_WorkingDirectory, "s", {}),
-    METHOD(IPrincipal, put_GroupId, "s", {}),
-    METHOD(IPrincipal, put_RunLevel, "n", {}),
-    METHOD(IRegisteredTaskCollection, get_Count, "c", {}),
-    METHOD(IRegisteredTaskCollection, get_Item, "v>", L"IRegisteredTask"),
-    METHOD(IRegisteredTask, get_Name, "t", {}),
-    METHOD(IRegisteredTask, put_Enabled, "b", {}),
-};
-// clang-format on
 
 struct Object {
     const void *const *functions;
@@ -89,10 +29,12 @@ std::wstring textOf(char parameter, uintptr_t value)
         return static_cast<VARIANT_BOOL>(value) == VARIANT_FALSE ? L"false" : L"true";
     if (parameter == 'o')
         return reinterpret_cast<Object *>(value)->interfaceName;
-    if (parameter == 'i')
-        return IsEqualIID(*reinterpret_cast<IID *>(value), IID_ITaskService)  ? L"ITaskService"
-               : IsEqualIID(*reinterpret_cast<IID *>(value), IID_IExecAction) ? L"IExecAction"
-                                                                              : L"?";
+    if (parameter == 'i') {
+        const IID &id = *reinterpret_cast<IID *>(value);
+        return IsEqualIID(id, IID_ITaskService)  ? L"ITaskService"
+               : IsEqualIID(id, IID_IExecAction) ? L"IExecAction"
+                                                 : L"?";
+    }
     // A variant is larger than a register, so the caller passes the address of a copy.
     const auto *variant = reinterpret_cast<VARIANT *>(value);
     return variant->vt == VT_I4      ? std::to_wstring(variant->lVal)
@@ -104,27 +46,30 @@ std::wstring textOf(char parameter, uintptr_t value)
 /// or one place on the stack, so eight of them cover the longest call.
 HRESULT perform(Object *self, size_t slot, const uintptr_t (&values)[8])
 {
-    const auto method = std::find_if(methods.begin(), methods.end(), [&](const Method &known) {
-        return self->interfaceName == known.interfaceName && known.offset == slot * sizeof(void *);
-    });
-    std::wstring line = self->interfaceName + L".";
-    line += method == methods.end() ? L"unexpected " + std::to_wstring(slot) : method->name;
-    for (size_t i = 0; method != methods.end() && i < method->parameters.size(); ++i) {
-        if (!std::strchr("m>ct", method->parameters[i]))
-            line += L" " + textOf(method->parameters[i], values[i]);
+    const size_t number = current->calls.size();
+    const Call wanted = number < current->expected.size() ? current->expected[number] : Call();
+    if (wanted.interfaceName != self->interfaceName || wanted.offset != slot * sizeof(void *)) {
+        current->calls.push_back(self->interfaceName + L" out of turn: " + std::to_wstring(slot));
+        return E_FAIL;
     }
-    current->calls.push_back(line);
-    const bool fails = current->failing.count(current->calls.size() - 1) > 0;
-    const char last = method == methods.end() ? ' ' : method->parameters.back();
-    const uintptr_t out = method == methods.end() ? 0 : values[method->parameters.size() - 1];
+    Call made = wanted;
+    made.values.clear();
+    for (size_t i = 0; i < wanted.parameters.size(); ++i)
+        if (!std::strchr("m>ct", wanted.parameters[i]))
+            made.values +=
+                (made.values.empty() ? L"" : L" ") + textOf(wanted.parameters[i], values[i]);
+    current->calls.push_back(made.text());
+    const bool fails = current->failing.count(number) > 0;
+    const char last = wanted.parameters.back();
+    const uintptr_t out = values[wanted.parameters.size() - 1];
     // The true number also with a failure: it must not be used then.
     if (last == 'c')
         *reinterpret_cast<LONG *>(out) = static_cast<LONG>(current->taskNames.size());
     if (last == 't' && !fails)
         *reinterpret_cast<BSTR *>(out) = SysAllocString(self->name.c_str());
     if (last == '>' && !fails) {
-        auto *object = new Object{functions.data(), method->handedOut, {}};
-        if (method->name == L"get_Item")
+        auto *object = new Object{functions.data(), wanted.handedOut, {}};
+        if (wanted.method == L"get_Item")
             object->name = current->taskNames.at(reinterpret_cast<VARIANT *>(values[0])->lVal - 1);
         current->live.push_back(object);
         *reinterpret_cast<Object **>(out) = object;
@@ -179,7 +124,8 @@ Object classObject = {functions.data(), L"IClassFactory", {}};
 
 } // namespace
 
-RecordingScheduler::RecordingScheduler()
+RecordingScheduler::RecordingScheduler(const std::vector<Call> &expectedCalls)
+    : expected(expectedCalls)
 {
     current = this;
     CoRegisterClassObject(CLSID_TaskScheduler, reinterpret_cast<IUnknown *>(&classObject),

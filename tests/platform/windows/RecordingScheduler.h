@@ -1,18 +1,42 @@
 #pragma once
 
+// The interfaces as tables of functions, whose slots can be counted.
+#define CINTERFACE
+
+#include <cstddef>
 #include <set>
 #include <string>
 #include <vector>
+#include <windows.h>
+
+#include <taskschd.h>
+
+/// A call of the scheduler. Its parameters, one character each, are a (s)tring, (n)umber,
+/// (b)oolean, (v)ariant, (o)bject, (i)nterface id or do not (m)atter; handed out are a new object
+/// (>), the number of tasks (c) or the object's own name (t).
+struct Call {
+    std::wstring interfaceName;
+    size_t offset;
+    std::wstring method;
+    std::string parameters;
+    std::wstring values = {};    ///< what goes in, as text
+    std::wstring handedOut = {}; ///< the interface of the new object
+    std::wstring text() const { return interfaceName + L'.' + method + L' ' + values; }
+};
+
+#define METHOD(Interface, name) L## #Interface, offsetof(Interface##Vtbl, name), L## #name
 
 /// A Task Scheduler of the test process: what CoCreateInstance finds on this thread while the
-/// object lives. It takes down every call with its values and fails those that it is told to.
+/// object lives. It carries out the calls that it is told to expect, in their order; each call is
+/// taken down with the values that really came.
 class RecordingScheduler
 {
 public:
-    RecordingScheduler();
+    explicit RecordingScheduler(const std::vector<Call> &expectedCalls);
     ~RecordingScheduler();
 
-    std::vector<std::wstring> calls;     ///< such as "ITaskService.GetFolder \Brekka"
+    const std::vector<Call> expected;
+    std::vector<std::wstring> calls;     ///< Call::text(), or what was called out of turn
     std::set<size_t> failing;            ///< numbers of the calls, from 0, that answer E_FAIL
     std::vector<std::wstring> taskNames; ///< the tasks that our folder holds
     std::vector<const void *> live;      ///< objects not given back yet, the latest last

@@ -1,20 +1,19 @@
+#include "RecordingScheduler.h"
+
 #include "CTaskSchdMgr.h"
 #include "FileVersion.h"
-#include "RecordingScheduler.h"
 #include "UserName.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
-#include <windows.h>
 
 #include <objbase.h>
 
 namespace
 {
 
-using Calls = std::vector<std::wstring>;
+using Calls = std::vector<Call>;
 
 int passed = 0;
 int failed = 0;
@@ -29,139 +28,140 @@ void check(bool good, const std::string &what)
 /// Runs \a operation against a recording scheduler whose calls numbered in \a failing fail.
 template <typename Operation>
 void checkRun(const std::string &what, Operation operation, const std::set<size_t> &failing,
-              bool expectedResult, const Calls &expected, const Calls &taskNames = {})
+              bool expectedResult, const Calls &expected,
+              const std::vector<std::wstring> &taskNames = {})
 {
-    RecordingScheduler scheduler;
+    RecordingScheduler scheduler(expected);
     scheduler.failing = failing;
     scheduler.taskNames = taskNames;
     check(operation() == expectedResult, what + ": result");
-    check(scheduler.calls == expected, what + ": calls");
-    if (scheduler.calls != expected)
-        for (const std::wstring &call : scheduler.calls)
-            std::printf("  %ls\n", call.c_str());
+    std::vector<std::wstring> wanted;
+    for (const Call &call : expected)
+        wanted.push_back(call.text());
+    check(scheduler.calls == wanted, what + ": calls");
+    for (size_t i = 0; scheduler.calls != wanted && i < scheduler.calls.size(); ++i)
+        std::printf("  %ls\n", scheduler.calls[i].c_str());
     check(scheduler.live.empty() && scheduler.classReferences() == 0, what + ": all released");
     check(!scheduler.releasedOutOfOrder, what + ": released in reverse order");
 }
 
-Calls cut(Calls calls, size_t count)
+Calls cut(const Calls &calls, size_t count)
 {
-    calls.resize(count);
-    return calls;
+    return {calls.begin(), calls.begin() + count};
 }
+
+const wchar_t program[] = L"C:/Games/App\\BrekkaUpdater.exe";
 
 bool create()
 {
-    return CTaskSchdMgr().CreateTask(L"BrekkaTask", L"C:/Games/App\\BrekkaUpdater.exe",
-                                     L"C:/Games/App", L"-s");
+    return CTaskSchdMgr().CreateTask(L"BrekkaTask", program, L"C:/Games/App", L"-s");
 }
 
 void testCreateTask()
 {
+    // clang-format off
     const Calls all = {
-        L"IClassFactory.CreateInstance ITaskService",
-        L"ITaskService.Connect empty empty empty empty",
-        L"ITaskService.GetFolder \\",
-        L"ITaskFolder.GetFolder \\Brekka",
-        L"ITaskService.NewTask 0",
-        L"ITaskDefinition.get_Settings",
-        L"ITaskSettings.put_DisallowStartIfOnBatteries false",
-        L"ITaskSettings.put_StopIfGoingOnBatteries false",
-        L"ITaskSettings.put_RestartCount 3",
-        L"ITaskSettings.put_RestartInterval PT3M",
-        L"ITaskSettings.get_IdleSettings",
-        L"IIdleSettings.put_StopOnIdleEnd false",
-        L"ITaskDefinition.get_Triggers",
-        L"ITriggerCollection.Create 9",
-        L"ITaskDefinition.get_Actions",
-        L"IActionCollection.Create 0",
-        L"IAction.QueryInterface IExecAction",
-        L"IExecAction.put_Path C:/Games/App\\BrekkaUpdater.exe",
-        L"IExecAction.put_Arguments -s",
-        L"IExecAction.put_WorkingDirectory C:/Games/App",
-        L"ITaskDefinition.get_Principal",
-        L"IPrincipal.put_GroupId Users",
-        L"IPrincipal.put_RunLevel 1",
-        L"ITaskFolder.RegisterTaskDefinition BrekkaTask ITaskDefinition 6 empty empty 3 empty",
+        {METHOD(IClassFactory, CreateInstance), "mi>", L"ITaskService", L"ITaskService"},
+        {METHOD(ITaskService, Connect), "vvvv", L"empty empty empty empty"},
+        {METHOD(ITaskService, GetFolder), "s>", L"\\", L"ITaskFolder"},
+        {METHOD(ITaskFolder, GetFolder), "s>", L"\\Brekka", L"ITaskFolder"},
+        {METHOD(ITaskService, NewTask), "n>", L"0", L"ITaskDefinition"},
+        {METHOD(ITaskDefinition, get_Settings), ">", L"", L"ITaskSettings"},
+        {METHOD(ITaskSettings, put_DisallowStartIfOnBatteries), "b", L"false"},
+        {METHOD(ITaskSettings, put_StopIfGoingOnBatteries), "b", L"false"},
+        {METHOD(ITaskSettings, put_RestartCount), "n", L"3"},
+        {METHOD(ITaskSettings, put_RestartInterval), "s", L"PT3M"},
+        {METHOD(ITaskSettings, get_IdleSettings), ">", L"", L"IIdleSettings"},
+        {METHOD(IIdleSettings, put_StopOnIdleEnd), "b", L"false"},
+        {METHOD(ITaskDefinition, get_Triggers), ">", L"", L"ITriggerCollection"},
+        {METHOD(ITriggerCollection, Create), "n>", L"9", L"ITrigger"},
+        {METHOD(ITaskDefinition, get_Actions), ">", L"", L"IActionCollection"},
+        {METHOD(IActionCollection, Create), "n>", L"0", L"IAction"},
+        {METHOD(IAction, QueryInterface), "i>", L"IExecAction", L"IExecAction"},
+        {METHOD(IExecAction, put_Path), "s", program},
+        {METHOD(IExecAction, put_Arguments), "s", L"-s"},
+        {METHOD(IExecAction, put_WorkingDirectory), "s", L"C:/Games/App"},
+        {METHOD(ITaskDefinition, get_Principal), ">", L"", L"IPrincipal"},
+        {METHOD(IPrincipal, put_GroupId), "s", L"Users"},
+        {METHOD(IPrincipal, put_RunLevel), "n", L"1"},
+        {METHOD(ITaskFolder, RegisterTaskDefinition), "sonvvnv>",
+         L"BrekkaTask ITaskDefinition 6 empty empty 3 empty", L"IRegisteredTask"},
     };
+    const Call createFolder =
+        {METHOD(ITaskFolder, CreateFolder), "sv>", L"\\Brekka empty", L"ITaskFolder"};
+    // clang-format on
     const size_t ourFolder = 3, arguments = 18;
     checkRun("create", create, {}, true, all);
-    for (size_t i = 0; i < all.size(); ++i) {
+    for (size_t i = 0; i < all.size(); ++i)
         if (i != ourFolder)
-            checkRun("create, failing call " + std::to_string(i), create, {i}, false,
-                     cut(all, i + 1));
-    }
+            checkRun("create " + std::to_string(i), create, {i}, false, cut(all, i + 1));
     Calls newFolder = all;
-    newFolder.insert(newFolder.begin() + ourFolder + 1, L"ITaskFolder.CreateFolder \\Brekka empty");
+    newFolder.insert(newFolder.begin() + ourFolder + 1, createFolder);
     checkRun("create, no folder yet", create, {ourFolder}, true, newFolder);
     checkRun("create, folder refused", create, {ourFolder, ourFolder + 1}, false,
              cut(newFolder, ourFolder + 2));
 
     Calls pathAlone = all;
     pathAlone.erase(pathAlone.begin() + arguments, pathAlone.begin() + arguments + 2);
-    const wchar_t *program = L"C:/Games/App\\BrekkaUpdater.exe";
-    const auto createAlone = [=] {
-        return CTaskSchdMgr().CreateTask(L"BrekkaTask", program, nullptr, nullptr);
+    const auto given = [](const wchar_t *name, const wchar_t *path) {
+        return [=] { return CTaskSchdMgr().CreateTask(name, path, nullptr, nullptr); };
     };
-    checkRun("create, path alone", createAlone, {}, true, pathAlone);
-    const auto refused = [=] {
-        return CTaskSchdMgr().CreateTask(nullptr, program, nullptr, nullptr) ||
-               CTaskSchdMgr().CreateTask(L"BrekkaTask", nullptr, nullptr, nullptr) ||
-               CTaskSchdMgr().DeleteTask(nullptr, true);
-    };
-    checkRun("null name or path", refused, {}, false, {});
+    checkRun("create, path alone", given(L"BrekkaTask", program), {}, true, pathAlone);
+    checkRun("create, no name", given(nullptr, program), {}, false, {});
+    checkRun("create, no path", given(L"BrekkaTask", nullptr), {}, false, {});
 }
 
 void testDeleteTask()
 {
+    // clang-format off
     const Calls all = {
-        L"IClassFactory.CreateInstance ITaskService",
-        L"ITaskService.Connect empty empty empty empty",
-        L"ITaskService.GetFolder \\Brekka",
-        L"ITaskFolder.GetTasks 1",
-        L"IRegisteredTaskCollection.get_Count",
-        L"IRegisteredTaskCollection.get_Item 1",
-        L"IRegisteredTask.get_Name",
-        L"IRegisteredTaskCollection.get_Item 2",
-        L"IRegisteredTask.get_Name",
-        L"IRegisteredTask.put_Enabled false",
-        L"ITaskFolder.DeleteTask brekkatask 0",
-        L"ITaskService.GetFolder \\",
-        L"ITaskFolder.DeleteFolder \\Brekka 0",
+        {METHOD(IClassFactory, CreateInstance), "mi>", L"ITaskService", L"ITaskService"},
+        {METHOD(ITaskService, Connect), "vvvv", L"empty empty empty empty"},
+        {METHOD(ITaskService, GetFolder), "s>", L"\\Brekka", L"ITaskFolder"},
+        {METHOD(ITaskFolder, GetTasks), "n>", L"1", L"IRegisteredTaskCollection"},
+        {METHOD(IRegisteredTaskCollection, get_Count), "c"},
+        {METHOD(IRegisteredTaskCollection, get_Item), "v>", L"1", L"IRegisteredTask"},
+        {METHOD(IRegisteredTask, get_Name), "t"},
+        {METHOD(IRegisteredTaskCollection, get_Item), "v>", L"2", L"IRegisteredTask"},
+        {METHOD(IRegisteredTask, get_Name), "t"},
+        {METHOD(IRegisteredTask, put_Enabled), "b", L"false"},
+        {METHOD(ITaskFolder, DeleteTask), "sn", L"brekkatask 0"},
+        {METHOD(ITaskService, GetFolder), "s>", L"\\", L"ITaskFolder"},
+        {METHOD(ITaskFolder, DeleteFolder), "sn", L"\\Brekka 0"},
     };
-    const auto without = [&](size_t first, size_t end) {
-        Calls calls = all;
-        calls.erase(calls.begin() + first, calls.begin() + end);
-        return calls;
+    // clang-format on
+    const auto given = [](const wchar_t *name, bool withFolder) {
+        return [=] { return CTaskSchdMgr().DeleteTask(name, withFolder); };
     };
-    const Calls names = {L"Other", L"brekkatask", L"Another"};
-    const auto remove = [] { return CTaskSchdMgr().DeleteTask(L"BrekkaTask", true); };
+    const std::vector<std::wstring> names = {L"Other", L"brekkatask", L"Another"};
+    const auto remove = given(L"BrekkaTask", true);
     checkRun("delete", remove, {}, true, all, names);
-    checkRun("delete, no such task", remove, {}, false, without(7, 11), {L"Other"});
     for (size_t i = 0; i < 4; ++i)
         checkRun("delete, not opened", remove, {i}, false, cut(all, i + 1), names);
-    checkRun("delete, no count", remove, {4}, false, without(5, 11), names);
-    checkRun("delete, no first task", remove, {5}, true, without(6, 7), names);
+    Calls noMatch = all, noFirstTask = all, noCount = all;
+    noMatch.erase(noMatch.begin() + 7, noMatch.begin() + 11);
+    noFirstTask.erase(noFirstTask.begin() + 6);
+    noCount.erase(noCount.begin() + 5, noCount.begin() + 11);
+    checkRun("delete, no such task", remove, {}, false, noMatch, {L"Other"});
+    checkRun("delete, no count", remove, {4}, false, noCount, names);
+    checkRun("delete, no first task", remove, {5}, true, noFirstTask, names);
     checkRun("delete, no first name", remove, {6}, true, all, names);
     checkRun("delete, outcomes ignored", remove, {9, 10, 12}, true, all, names);
     checkRun("delete, no root", remove, {11}, true, cut(all, 12), names);
-    const auto removeTask = [] { return CTaskSchdMgr().DeleteTask(L"BrekkaTask", false); };
-    checkRun("delete the task alone", removeTask, {}, true, cut(all, 11), names);
+    checkRun("delete the task alone", given(L"BrekkaTask", false), {}, true, cut(all, 11), names);
+    checkRun("delete, no name", given(nullptr, true), {}, false, {});
 }
 
-/// Wine's scheduler knows no logon triggers. On a thread that never set COM up.
-void testWithoutLogonTriggers()
+/// On a thread that never set COM up. Wine's scheduler knows no logon triggers; that of a real
+/// Windows is left alone.
+void testWithoutScheduler()
 {
-    if (!GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version")) {
-        std::printf("The scheduler of a real Windows is left alone.\n");
-        return;
-    }
-    std::thread([] {
-        check(!create(), "create with Wine's scheduler");
-        check(!CTaskSchdMgr().DeleteTask(L"BrekkaTask", true), "delete with Wine's scheduler");
+    if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version")) {
+        check(!create() && !CTaskSchdMgr().DeleteTask(L"BrekkaTask", true), "Wine's scheduler");
         APTTYPE type;
         APTTYPEQUALIFIER qualifier;
         check(CoGetApartmentType(&type, &qualifier) == CO_E_NOTINITIALIZED, "COM as it was");
-    }).join();
+    }
 }
 
 } // namespace
@@ -174,7 +174,7 @@ int main(int argc, char **argv)
     CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     testCreateTask();
     testDeleteTask();
-    testWithoutLogonTriggers();
+    std::thread(testWithoutScheduler).join();
     const std::string folder = argv[1];
     const std::pair<std::string, std::string> versions[] = {
         {folder + "/versioned.dll", "1.6.1.1023"},
