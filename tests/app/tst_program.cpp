@@ -8,7 +8,8 @@
 #include <QTextCodec>
 #include <QtTest>
 
-#define WAIT_FOR(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 60000)
+// A killed program's lock on its settings lasts thirty seconds where the next process gets its id.
+#define WAIT_FOR(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 180000)
 
 namespace
 {
