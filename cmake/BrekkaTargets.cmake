@@ -5,6 +5,11 @@ target_compile_definitions(brekka_options INTERFACE
     QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING QT_NO_FOREACH QT_DEPRECATED_WARNINGS)
 target_compile_options(brekka_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
     $<$<BOOL:${BREKKA_WERROR}>:-Werror>)
+# A library's generated code hangs together in one object; without this a program would carry every
+# class of a library that it uses one of.
+target_compile_options(brekka_options INTERFACE
+    "$<$<CONFIG:Release>:-ffunction-sections;-fdata-sections>")
+target_link_options(brekka_options INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections>)
 if(BREKKA_SANITIZE)
     target_compile_options(brekka_options INTERFACE
         -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
