@@ -1,8 +1,7 @@
 #include "CachedHttpReply.h"
 
 CachedHttpReply::CachedHttpReply(const QByteArray &body, const QUrl &url)
-    : m_bytes(body)
-    , m_url(url)
+    : m_bytes(body), m_url(url)
 {
 }
 

@@ -6,8 +6,7 @@
 
 CachingHttp::CachingHttp(std::unique_ptr<Http> inner, const QByteArray &name,
                          const QString &directory, qint64 maxSize)
-    : m_inner(std::move(inner))
-    , m_cache(name, directory, maxSize)
+    : m_inner(std::move(inner)), m_cache(name, directory, maxSize)
 {
 }
 

@@ -23,9 +23,9 @@ QDateTime birthTime(const QFileInfo &info)
 } // namespace
 
 DiskCache::DiskCache(const QByteArray &name, const QString &directory, qint64 maxSize)
-    : m_name(name)
-    , m_directory(directory.endsWith(QLatin1Char('/')) ? directory : directory + QLatin1Char('/'))
-    , m_maxSize(maxSize)
+    : m_name(name),
+      m_directory(directory.endsWith(QLatin1Char('/')) ? directory : directory + QLatin1Char('/')),
+      m_maxSize(maxSize)
 {
 }
 

@@ -7,9 +7,7 @@
 #include <QTimer>
 
 NetworkHttpReply::NetworkHttpReply(const HttpRequest &req, Http &client)
-    : m_client(client)
-    , m_request(req)
-    , m_readTimeoutTimer(new QTimer(this))
+    : m_client(client), m_request(req), m_readTimeoutTimer(new QTimer(this))
 {
     if (m_request.url.isEmpty())
         qWarning() << "Empty URL";

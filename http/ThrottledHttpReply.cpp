@@ -8,10 +8,7 @@
 
 ThrottledHttpReply::ThrottledHttpReply(const HttpRequest &req, Http &inner, int minInterval,
                                        QElapsedTimer &clock)
-    : m_inner(inner)
-    , m_request(req)
-    , m_minInterval(minInterval)
-    , m_clock(clock)
+    : m_inner(inner), m_request(req), m_minInterval(minInterval), m_clock(clock)
 {
     QMetaObject::invokeMethod(this, &ThrottledHttpReply::checkElapsed, Qt::QueuedConnection);
 }

@@ -3,8 +3,7 @@
 #include "ThrottledHttpReply.h"
 
 ThrottlingHttp::ThrottlingHttp(std::unique_ptr<Http> inner, int minInterval)
-    : m_inner(std::move(inner))
-    , m_minInterval(minInterval)
+    : m_inner(std::move(inner)), m_minInterval(minInterval)
 {
 }
 

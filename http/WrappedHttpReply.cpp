@@ -8,9 +8,7 @@
 
 WrappedHttpReply::WrappedHttpReply(HttpReply *origin, const CachingHttp &client, DiskCache &cache,
                                    const QByteArray &key)
-    : m_client(client)
-    , m_cache(cache)
-    , m_key(key)
+    : m_client(client), m_cache(cache), m_key(key)
 {
     setParent(origin);
     connect(origin, &HttpReply::finished, this, &WrappedHttpReply::originFinished);
