@@ -28,6 +28,7 @@ void MainWindow::UpdatePlugin(bool autoUpdate)
         // marked as running.
         qDebug() << "UpdatePlugin no game folder";
         m_autoUpdateModel = false;
+        m_isRepairing = false;
         return;
     }
     m_bRequesting = true;
