@@ -77,12 +77,10 @@ void tst_titlebar::drag_data()
 
     QTest::newRow("bar") << 0 << QByteArray() << false << true;
     QTest::newRow("close button") << 0 << QByteArray("m_pButtonClose") << false << false;
-    QTest::newRow("minimise button") << 0 << QByteArray("m_pButtonMin") << false << false;
     QTest::newRow("maximisable") << 1 << QByteArray() << false << true;
     QTest::newRow("maximisable, on the close button")
         << 1 << QByteArray("m_pButtonClose") << false << true;
     QTest::newRow("maximised") << 1 << QByteArray() << true << false;
-    QTest::newRow("close only") << 2 << QByteArray() << false << true;
     QTest::newRow("close only, on the button")
         << 2 << QByteArray("m_pButtonClose") << false << false;
 }

@@ -289,16 +289,6 @@ void tst_UpdateFlow::addNormalRuns()
                                    QVERIFY(scene.manifests() <= 2 * ticks);
                                });
     }
-    QTest::newRow("altered configuration is the player's")
-        << Step(none) << Step([](UpdateScene &scene) {
-               WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-               WAIT_FOR(scene.logged("本地插件文件正确，自动更新完成") > 0);
-               Files::write(scene.game() + "/mods/configs/corvane.xml", "<mine/>");
-               const int checks = scene.logged("本地插件文件正确，自动更新完成");
-               WAIT_FOR(scene.logged("本地插件文件正确，自动更新完成") > checks + 1);
-               QCOMPARE(Files::read(scene.game() + "/mods/configs/corvane.xml"),
-                        QByteArray("<mine/>"));
-           });
     QTest::newRow("hidden: the tray flashes until shown") << Step([](UpdateScene &scene) {
         package([](const UpdateScene &) { return "no archive"; })(scene);
         scene.start(false);

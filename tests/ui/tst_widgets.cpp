@@ -13,32 +13,18 @@
 #include <QTimer>
 #include <QtTest>
 
-using Step = std::function<void(QDialog *)>;
-Q_DECLARE_METATYPE(Step)
 Q_DECLARE_METATYPE(QDialogButtonBox::StandardButton)
 
 namespace
 {
-Step clicks(const char *button)
+/// Ends \a box with the button of this text or name, else with the key of this name.
+void endWith(const QString &what, QDialog *box)
 {
-    return [=](QDialog *box) {
-        QTest::mouseClick(box->findChild<QPushButton *>(button), Qt::LeftButton);
-    };
-}
-
-Step chooses(const QString &label)
-{
-    return [=](QDialog *box) {
-        for (auto *button : box->findChildren<QPushButton *>()) {
-            if (button->text() == label)
-                QTest::mouseClick(button, Qt::LeftButton);
-        }
-    };
-}
-
-Step presses(Qt::Key key)
-{
-    return [=](QDialog *box) { QTest::keyClick(box, key); };
+    for (auto *button : box->findChildren<QPushButton *>()) {
+        if (button->text() == what || button->objectName() == what)
+            return QTest::mouseClick(button, Qt::LeftButton);
+    }
+    QTest::keyClick(box, Qt::Key(QKeySequence(what)[0]));
 }
 
 /// Where the slider begins, by the colour of the middle row.
@@ -105,27 +91,20 @@ void tst_widgets::switchJumps()
 
 void tst_widgets::messageBox_data()
 {
-    QTest::addColumn<bool>("question");
-    QTest::addColumn<Step>("end");
+    QTest::addColumn<bool>("question"); // a row's name is what ends the box
     QTest::addColumn<QDialogButtonBox::StandardButton>("result");
-
-    const bool asks = true;
-    const bool tells = false;
-    QTest::newRow("yes") << asks << chooses("是") << QDialogButtonBox::Yes;
-    QTest::newRow("no") << asks << chooses("否") << QDialogButtonBox::No;
-    QTest::newRow("enter") << asks << presses(Qt::Key_Return) << QDialogButtonBox::Yes;
-    QTest::newRow("escape") << asks << presses(Qt::Key_Escape) << QDialogButtonBox::Cancel;
-    QTest::newRow("close") << asks << clicks("m_messageboxclose") << QDialogButtonBox::Cancel;
-    QTest::newRow("window closed")
-        << asks << Step([](QDialog *box) { box->close(); }) << QDialogButtonBox::Cancel;
-    QTest::newRow("ok") << tells << chooses("确定") << QDialogButtonBox::Ok;
-    QTest::newRow("ok, escape") << tells << presses(Qt::Key_Escape) << QDialogButtonBox::Cancel;
+    QTest::newRow("是") << true << QDialogButtonBox::Yes;
+    QTest::newRow("否") << true << QDialogButtonBox::No;
+    QTest::newRow("Return") << true << QDialogButtonBox::Yes;
+    QTest::newRow("Esc") << true << QDialogButtonBox::Cancel;
+    QTest::newRow("m_messageboxclose") << true << QDialogButtonBox::Cancel;
+    QTest::newRow("确定") << false << QDialogButtonBox::Ok;
 }
 
 void tst_widgets::messageBox()
 {
     QFETCH(bool, question);
-    QFETCH(Step, end);
+    const QString end = QString::fromUtf8(QTest::currentDataTag());
     QFETCH(QDialogButtonBox::StandardButton, result);
     QWidget window;
     window.setGeometry(51, 60, 901, 561);
@@ -141,7 +120,7 @@ void tst_widgets::messageBox()
         if (!box || seen)
             return;
         seen = true;
-        QTimer::singleShot(0, box, [=] { end(box); });
+        QTimer::singleShot(0, box, [=] { endWith(end, box); });
         QVERIFY(mask.isVisible());
         QCOMPARE(mask.geometry(), window.geometry());
         QCOMPARE(box->geometry(), QRect(51 + 263, 60 + 200, 374, 160));
