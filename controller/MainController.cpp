@@ -53,10 +53,25 @@ MainController::MainController()
     connect(&m_thread, &QThread::finished, m_pluginConfig, &QObject::deleteLater);
     m_thread.start();
     m_thread.setObjectName(QStringLiteral("work"));
+    qAddPostRoutine(finishWork);
+}
+
+void MainController::finishWork()
+{
+    MainController *controller = instance();
+    if (!controller || !controller->m_thread.isRunning())
+        return;
+    QThread &thread = controller->m_thread;
+    // Behind the requests made so far: a setting that waits for its turn must not get lost.
+    QMetaObject::invokeMethod(
+        controller->m_settings, [&thread] { thread.quit(); }, Qt::QueuedConnection);
+    thread.wait();
 }
 
 MainController::~MainController()
 {
+    // Does nothing after finishWork(), which there is no application object to call in a process
+    // that ends by exit().
     m_thread.quit();
     m_thread.wait();
     delete m_remover; // has no parent: it never takes part in the thread's clean-up

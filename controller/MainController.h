@@ -21,6 +21,9 @@ class ZipCpp;
 /// whose name begins with Start, and WriteSetting, emit the request signal of the same name and
 /// return at once; the worker handles requests one at a time in order, and its answer comes back as
 /// one of the signals whose names begin with On. Everything crosses threads by value.
+///
+/// The requests made so far are carried out before the application object is gone, which waits for
+/// them; the controller itself goes at process exit.
 class MainController : public QObject
 {
     Q_OBJECT
@@ -28,7 +31,7 @@ public:
     /// The controller of this process, made by the first call, which must come on the main thread;
     /// null once it has been destroyed at process exit.
     static MainController *instance();
-    /// Waits, without a time limit, for the request that the worker thread is handling.
+    /// Waits, without a time limit, for the worker thread.
     ~MainController() override;
 
     /// Searches for the game; answered by OnGameFinded.
@@ -102,6 +105,9 @@ public slots:
 private:
     friend struct MainControllerHolder;
     MainController();
+    /// Ends the worker thread. Called as the application object goes: without that one, objects on
+    /// another thread are not deleted any more, and the settings are only safe once their store is.
+    static void finishWork();
 
     template <typename Worker>
     Worker *onWorkThread();

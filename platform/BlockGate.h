@@ -2,17 +2,24 @@
 
 #include <QString>
 
-/// Lets one process at a time create, attach, lock or release a shared memory block.
+#include <memory>
+
+/// Lets one process at a time create, attach, lock or release a shared memory block, and ends with
+/// its holder, however that ends.
 ///
 /// Where the toolkit keeps the block and its lock in System V objects, three things need it: a
 /// block outlives the last process that held it; every process that tries to create the block
 /// resets the lock, also while another one holds it; and each of them removes the lock as it ends.
-/// The gate is a file lock on the block's own key file, so it adds no file and ends with its
-/// holder, however that ends. Where the system looks after all this itself, the operations do
-/// nothing.
+/// The gate is a file lock on the block's own key file, so it adds no file.
 ///
-/// A key file that can't be opened leaves the gate open: the toolkit meets the same obstacle and
-/// reports it. Not thread-safe; one gate serves one block for one thread.
+/// On Windows the lock stays taken for ever when its holder is killed while others still have the
+/// block. There the gate is a mutex, which the system gives back, and who enters next frees the
+/// lock. Besides, what is made before the gate is left for the first time is open to all processes
+/// of its user: else a copy that runs with an administrator's rights, as the one started at logon
+/// does, would shut out all those started without.
+///
+/// What can't be opened leaves the gate open: the toolkit meets the same obstacle and reports it.
+/// Not thread-safe; one gate serves one block for one thread.
 class BlockGate
 {
 public:
@@ -33,7 +40,6 @@ public:
     void makeWay(qint64 size);
 
 private:
-    QString m_path;
-    int m_file = -1;
-    bool m_fresh = false; ///< the key file did not exist before
+    struct State;
+    const std::unique_ptr<State> m_state;
 };

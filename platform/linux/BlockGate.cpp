@@ -73,7 +73,13 @@ bool isKeyUsable(const QByteArray &path, qint64 size, bool fresh)
 }
 } // namespace
 
-BlockGate::BlockGate(const QString &nativeKey) : m_path(nativeKey) {}
+struct BlockGate::State {
+    QByteArray path;
+    int file = -1;
+    bool fresh = false; ///< the key file did not exist before
+};
+
+BlockGate::BlockGate(const QString &nativeKey) : m_state(new State{QFile::encodeName(nativeKey)}) {}
 
 BlockGate::~BlockGate()
 {
@@ -82,13 +88,13 @@ BlockGate::~BlockGate()
 
 void BlockGate::enter()
 {
-    const QByteArray path = QFile::encodeName(m_path);
-    while (m_file == -1) {
+    const QByteArray &path = m_state->path;
+    while (m_state->file == -1) {
         const int file = open(path.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-        m_fresh = file == -1 && errno == ENOENT;
-        if (m_fresh) {
-            m_file = makeLockedFile(path, link);
-            if (m_file == -1 && errno != EEXIST)
+        m_state->fresh = file == -1 && errno == ENOENT;
+        if (m_state->fresh) {
+            m_state->file = makeLockedFile(path, link);
+            if (m_state->file == -1 && errno != EEXIST)
                 return;
             continue;
         }
@@ -97,7 +103,7 @@ void BlockGate::enter()
         lockFile(file);
         // The one before us may have removed or replaced the file while we waited for it.
         if (isFileAt(file, path))
-            m_file = file;
+            m_state->file = file;
         else
             close(file);
     }
@@ -105,26 +111,26 @@ void BlockGate::enter()
 
 void BlockGate::leave()
 {
-    if (m_file == -1)
+    if (m_state->file == -1)
         return;
-    close(m_file);
-    m_file = -1;
+    close(m_state->file);
+    m_state->file = -1;
 }
 
 void BlockGate::makeWay(qint64 size)
 {
-    const QByteArray path = QFile::encodeName(m_path);
+    const QByteArray &path = m_state->path;
     // Stay open until the end, or the next file would be given the inode number of the last one.
     std::vector<int> replaced;
-    for (int attempt = 0; m_file != -1 && attempt < kReplaceAttempts; ++attempt) {
-        if (isKeyUsable(path, size, m_fresh))
+    for (int attempt = 0; m_state->file != -1 && attempt < kReplaceAttempts; ++attempt) {
+        if (isKeyUsable(path, size, m_state->fresh))
             break;
         const int file = makeLockedFile(path, rename);
         if (file == -1)
             break;
-        replaced.push_back(m_file);
-        m_file = file;
-        m_fresh = true;
+        replaced.push_back(m_state->file);
+        m_state->file = file;
+        m_state->fresh = true;
     }
     for (const int file : replaced)
         close(file);

@@ -4,10 +4,10 @@
 
 QVariant GameRegistration::installLocation() const
 {
-    const QSettings registration(
-        QStringLiteral(
-            "HKEY_CURRENT_USER\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\"
-            "WOT.CN.PRODUCTION"),
-        QSettings::NativeFormat);
-    return registration.value(QStringLiteral("InstallLocation"));
+    // The toolkit opens the key that it is given for writing, and makes it if there is none. Below
+    // that one it only looks.
+    const QSettings user(QStringLiteral("HKEY_CURRENT_USER"), QSettings::NativeFormat);
+    return user.value(
+        QStringLiteral("SOFTWARE/Microsoft/Windows/CurrentVersion/Uninstall/WOT.CN.PRODUCTION/"
+                       "InstallLocation"));
 }

@@ -11,7 +11,6 @@
 #include <QtTest>
 
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -19,7 +18,6 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include <sys/wait.h>
 
 namespace
 {
@@ -165,19 +163,6 @@ private slots:
         first->crash();
         Probe third;
         EVENTUALLY(third.has(role));
-    }
-
-    void lockHeldByKilled()
-    {
-        const ProbePtr primary = startPrimary();
-        const pid_t holder = fork();
-        if (holder == 0) {
-            QSharedMemory block(kKey);
-            _exit(block.attach() && block.lock() ? raise(SIGKILL) : 1);
-        }
-        int status = 0;
-        QVERIFY(waitpid(holder, &status, 0) == holder && WIFSIGNALED(status));
-        QCOMPARE(primary->quit(), 0);
     }
 
     void inconsistentBlock()
