@@ -5,7 +5,8 @@
 /// Calls a function on the main thread's event loop when the system politely asks the process to
 /// end, so that it ends as if the user had quit: with its settings written and its role given up.
 ///
-/// On Linux that is SIGTERM, SIGINT or SIGHUP, as at the end of a session; Windows ends a session
+/// On Linux that is SIGTERM, SIGINT or SIGHUP, unless the process was started with orders to ignore
+/// it; Windows ends a session
 /// through window messages, which the toolkit handles, and nothing is done here. Make one at the
 /// most, on the main thread, while there is an application object.
 class TerminationSignal

@@ -11,6 +11,8 @@
 #include <QMenu>
 #include <QScreen>
 
+#include <cmath>
+
 namespace
 {
 constexpr int TitleBarHeight = 48;
@@ -34,6 +36,7 @@ BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
     setupUi(this);
     setWindowFlags(Qt::FramelessWindowHint);
     setAttribute(Qt::WA_TranslucentBackground);
+    setWindowIcon(QIcon(QStringLiteral(":/images/icon.png")));
     createActions();
     createTrayIcon();
     createTitleBar();
@@ -171,5 +174,9 @@ void BaseWindow::closeEvent(QCloseEvent *event)
 void BaseWindow::paintEvent(QPaintEvent *event)
 {
     fillBackground(this, Qt::white);
+    // At a scale such as 110 % the edges of a part lie within pixels, where old and new colours mix
+    // to a line that stays.
+    if (event->rect() != rect() && !qFuzzyIsNull(std::fmod(devicePixelRatioF(), 1)))
+        update();
     QMainWindow::paintEvent(event);
 }

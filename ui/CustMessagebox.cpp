@@ -55,6 +55,8 @@ void CustMessagebox::centreOver(const QWidget *parent)
 void CustMessagebox::setUpButtons(StandardButtons buttons, StandardButton defaultButton)
 {
     m_pButtonBox->setStandardButtons(buttons);
+    // The ring shows the focus; a dotted frame inside would be the style's own.
+    m_pButtonBox->setStyleSheet(m_pButtonBox->styleSheet() + " QPushButton { outline: none; }");
     // Some desktops put icons of their own on standard buttons.
     for (QAbstractButton *button : m_pButtonBox->buttons())
         button->setIcon(QIcon());
@@ -93,7 +95,8 @@ void CustMessagebox::openUrl(QString url)
 
 void CustMessagebox::changeEvent(QEvent *event)
 {
+    // The button box gets the event after us and puts its own labels back.
     if (event->type() == QEvent::LanguageChange)
-        labelButtons();
+        QMetaObject::invokeMethod(this, &CustMessagebox::labelButtons, Qt::QueuedConnection);
     QDialog::changeEvent(event);
 }

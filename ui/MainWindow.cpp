@@ -120,7 +120,13 @@ void MainWindow::OnBrowserGame()
     qDebug() << "game install path select::" << file;
     const QString folder = QDir::toNativeSeparators(QFileInfo(file).absolutePath());
     MainController::instance()->WriteSetting(Keys::KeyGame, folder);
-    m_GamePath->setText(folder);
+    showGamePath(folder);
+}
+
+void MainWindow::showGamePath(const QString &path)
+{
+    m_GamePath->setText(path);
+    m_GamePath->home(false); // a long one begins with what tells it from others
 }
 
 void MainWindow::OnAutoScanGame()
@@ -147,7 +153,7 @@ void MainWindow::OnGameFinded(QString strPath, EC::ErrorCode ec)
     if (!isQuestionAccepted(question))
         return;
     qDebug() << "set game path";
-    m_GamePath->setText(strPath);
+    showGamePath(strPath);
     m_settings.game = strPath;
     MainController::instance()->WriteSetting(Keys::KeyGame, strPath);
     qDebug() << "UpdatePlugin begin on game finded";
@@ -189,7 +195,8 @@ void MainWindow::OnpluginSupportGameVersion(QString strVersion)
 
 void MainWindow::OnAutoStartUp(bool bStartUp)
 {
-    if (MainController::SetAutoRun(bStartUp))
+    // With no task left to remove it is off already, as after a move to another computer.
+    if (MainController::SetAutoRun(bStartUp) || !bStartUp)
         MainController::instance()->WriteSetting(Keys::KeyAutoRun, bStartUp);
     else
         autoStartAction()->setChecked(!bStartUp);

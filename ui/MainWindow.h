@@ -73,6 +73,7 @@ private:
     void connectController();
     void connectFlow();
     void showReplayState(bool open);
+    void showGamePath(const QString &path);
     /// Shows the modal message box over the dimmed window; nothing while the window is hidden.
     void ShowMessage(const QString &text);
     bool isQuestionAccepted(const QString &text);

@@ -44,8 +44,8 @@ void MainWindow::OnSettingRefreshed(QVariant Setting)
     }
     // An empty path names the current directory, which exists.
     if (!QDir(m_settings.game).exists()) {
-        m_settings.game
-            .clear(); // what the store reports in a moment, so that the field stays empty
+        // What the store reports in a moment, so that the field stays empty.
+        m_settings.game.clear();
         MainController::instance()->WriteSetting(Keys::KeyGame, QString());
         m_GamePath->clear();
         qDebug() << "game dir not exists";
@@ -64,7 +64,7 @@ void MainWindow::OnSettingRefreshed(QVariant Setting)
     }
     qDebug() << "game is installed,start plugin test";
     OnAutoUpdate();
-    m_GamePath->setText(m_settings.game);
+    showGamePath(m_settings.game);
 }
 
 void MainWindow::showStoredVersions()

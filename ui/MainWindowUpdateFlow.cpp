@@ -287,7 +287,7 @@ void MainWindow::OnReturnPluginsCheckResult(QString strFilePath, bool bIsRight)
     } else {
         qDebug() << "OnReturnPluginsCheckResult  false";
         if (bIsRight) {
-            if (isVisible())
+            if (isVisible() && !isMinimized())
                 ReminderWidget::showReminder(this);
         } else {
             qDebug() << "plugin file check failed";

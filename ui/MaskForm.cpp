@@ -37,7 +37,8 @@ void MaskForm::setDialog(QWidget *dialog)
 bool MaskForm::eventFilter(QObject *object, QEvent *event)
 {
     if (object == m_dialog) {
-        if (event->type() == QEvent::Show)
+        // Without its widget it would lie over whatever the user has on the screen.
+        if (event->type() == QEvent::Show && !(m_mainWidget && m_mainWidget->isMinimized()))
             show();
         else if (event->type() == QEvent::Hide)
             hide();

@@ -5,6 +5,8 @@
 QPhoneLabel::QPhoneLabel(QWidget *parent) : QLabel(parent)
 {
     setMouseTracking(true);
+    // A rich text would keep the moves of the mouse, and the title bar could not be dragged there.
+    setTextInteractionFlags(Qt::NoTextInteraction);
 }
 
 void QPhoneLabel::enterEvent(QEvent *event)

@@ -6,12 +6,14 @@
 #include <fcntl.h>
 #include <memory>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {
 constexpr int Signals[] = {SIGTERM, SIGINT, SIGHUP};
 
-int ends[2] = {-1, -1}; // of a pipe: a signal handler may do little more than write
+std::vector<int> handled; // those of them that nobody told us to ignore
+int ends[2] = {-1, -1};   // of a pipe: a signal handler may do little more than write
 std::unique_ptr<QSocketNotifier> notifier;
 
 void wake(int)
@@ -26,8 +28,15 @@ void handleSignals(void (*handler)(int))
     struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
-    for (const int signal : Signals)
+    for (const int signal : handled)
         sigaction(signal, &action, nullptr);
+}
+
+/// Programs started by "nohup", or by a script in the background, have to live on.
+bool isIgnored(int signal)
+{
+    struct sigaction action = {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 } // namespace
 
@@ -43,12 +52,17 @@ TerminationSignal::TerminationSignal(std::function<void()> handler)
                          notifier->setEnabled(false);
                          handler();
                      });
+    for (const int signal : Signals) {
+        if (!isIgnored(signal))
+            handled.push_back(signal);
+    }
     handleSignals(wake);
 }
 
 TerminationSignal::~TerminationSignal()
 {
     handleSignals(SIG_DFL);
+    handled.clear();
     notifier.reset();
     for (int &end : ends) {
         if (end != -1)

@@ -88,3 +88,5 @@ unzip -q "$archive" -d "$WINEPREFIX/drive_c/Program Files"
 app="$WINEPREFIX/drive_c/Program Files/$name"
 walk
 run_tests "$@"
+# Since the end of the walk no game is registered, and many searches were made.
+! wine reg query "$registration" >/dev/null 2>&1 || fail 'a search for the game left its key in the registry'

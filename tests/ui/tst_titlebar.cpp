@@ -23,14 +23,17 @@ struct Scene {
 
     QPushButton *button(const char *name) const { return bar->findChild<QPushButton *>(name); }
 
-    /// Sends a mouse event to the bar, with the cursor where the event says that it is.
-    void mouse(QEvent::Type type, const QPoint &pos, Qt::MouseButtons held)
+    /// A mouse event at \a pos of the bar for what is below \a from, with the cursor there.
+    void mouse(QEvent::Type type, const QPoint &from, const QPoint &pos, Qt::MouseButtons held)
     {
         const QPoint global = bar->mapToGlobal(pos);
         QCursor::setPos(global);
         const auto button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
-        QMouseEvent event(type, pos, global, button, held, Qt::NoModifier);
-        QCoreApplication::sendEvent(bar, &event);
+        // A button keeps what is pressed on it; whether the bar may start a drag there counts.
+        QWidget *below = bar->childAt(from);
+        QWidget *target = below && !qobject_cast<QPushButton *>(below) ? below : bar;
+        QMouseEvent event(type, target->mapFrom(bar, pos), global, button, held, Qt::NoModifier);
+        QCoreApplication::sendEvent(target, &event);
     }
 
     QMainWindow window;
@@ -71,11 +74,12 @@ void tst_titlebar::buttons()
 void tst_titlebar::drag_data()
 {
     QTest::addColumn<int>("type");
-    QTest::addColumn<QByteArray>("start"); // a button to press on, or the bar itself
+    QTest::addColumn<QByteArray>("start"); // a widget to press on, or the bar itself
     QTest::addColumn<bool>("maximised");
     QTest::addColumn<bool>("moves");
 
     QTest::newRow("bar") << 0 << QByteArray() << false << true;
+    QTest::newRow("download text") << 0 << QByteArray("m_phonetext") << false << true;
     QTest::newRow("close button") << 0 << QByteArray("m_pButtonClose") << false << false;
     QTest::newRow("maximisable") << 1 << QByteArray() << false << true;
     QTest::newRow("maximisable, on the close button")
@@ -96,18 +100,19 @@ void tst_titlebar::drag()
         QTest::mouseClick(scene.button("m_pButtonMax"), Qt::LeftButton);
     QPoint from(300, 20);
     if (!start.isEmpty()) {
-        QPushButton *button = scene.button(start.constData());
-        from = button->mapTo(scene.bar, button->rect().center());
+        auto *widget = scene.bar->findChild<QWidget *>(start);
+        from = widget->mapTo(scene.bar, widget->rect().center());
     }
     const QPoint before = scene.window.pos();
 
-    scene.mouse(QEvent::MouseButtonPress, from, Qt::LeftButton);
-    scene.mouse(QEvent::MouseMove, from + QPoint(30, 20), Qt::LeftButton);
-    scene.mouse(QEvent::MouseMove, from + QPoint(10, 5), Qt::LeftButton); // in the moved window
+    scene.mouse(QEvent::MouseButtonPress, from, from, Qt::LeftButton);
+    scene.mouse(QEvent::MouseMove, from, from + QPoint(30, 20), Qt::LeftButton);
+    scene.mouse(QEvent::MouseMove, from, from + QPoint(10, 5),
+                Qt::LeftButton); // in the moved window
     const QPoint after = scene.window.pos();
     QCOMPARE(after - before, moves ? QPoint(40, 25) : QPoint());
-    scene.mouse(QEvent::MouseButtonRelease, from, Qt::NoButton);
-    scene.mouse(QEvent::MouseMove, from + QPoint(50, 50), Qt::LeftButton);
+    scene.mouse(QEvent::MouseButtonRelease, from, from, Qt::NoButton);
+    scene.mouse(QEvent::MouseMove, from, from + QPoint(50, 50), Qt::LeftButton);
     QCOMPARE(scene.window.pos(), after);
 }
 
