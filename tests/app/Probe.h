@@ -1,13 +1,14 @@
 #pragma once
 
 #include "UserName.h"
+#include "WaitFor.h"
 
 #include <QProcess>
 #include <QtTest>
 
 #include <memory>
 
-#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatienceMs)
+#define EVENTUALLY(condition) WAIT_FOR_MS(condition, kPatienceMs)
 
 constexpr int kPatienceMs = 60000;
 const QString kProgram = QStringLiteral(PROBE_PATH);

@@ -1,4 +1,5 @@
 #include "UpdateServer.h"
+#include "WaitFor.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -9,7 +10,7 @@
 #include <QtTest>
 
 // A killed program's lock on its settings lasts thirty seconds where the next process gets its id.
-#define WAIT_FOR(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 180000)
+#define WAIT_FOR(condition) WAIT_FOR_MS(condition, 180000)
 
 namespace
 {
@@ -165,7 +166,7 @@ void tst_Program::secondStart()
     const QByteArray pid = "Primary instance PID:  " + QByteArray::number(first.processId());
     QVERIFY2(second.said(pid), second.output);
     WAIT_FOR(first.said("Active main wnd"));
-    QVERIFY(isInstalled("1.2.3"));
+    WAIT_FOR(isInstalled("1.2.3"));
     QCOMPARE(first.state(), QProcess::Running);
 }
 

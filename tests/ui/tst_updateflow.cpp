@@ -1,6 +1,7 @@
 #include "Paths.h"
 #include "RowRunner.h"
 #include "UpdateScene.h"
+#include "WaitFor.h"
 
 #include <QApplication>
 #include <QDir>
@@ -12,7 +13,7 @@
 #include <QTextCodec>
 #include <QtTest>
 
-#define WAIT_FOR(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 30000)
+#define WAIT_FOR(condition) WAIT_FOR_MS(condition, 30000)
 
 using Step = std::function<void(UpdateScene &)>;
 Q_DECLARE_METATYPE(Step)
@@ -189,7 +190,7 @@ void tst_UpdateFlow::addPackageFaults()
         QCOMPARE(scene.packages(), 5);
         QCOMPARE(label(scene), Update);
         QCOMPARE(scene.messages, QStringList());
-        QTRY_VERIFY(!scene.stored("lastcheckret").toBool());
+        WAIT_FOR(!scene.stored("lastcheckret").toBool());
     };
     QTest::newRow("no archive") << package([](const UpdateScene &) { return "no archive"; })
                                 << retried;
@@ -252,7 +253,7 @@ void tst_UpdateFlow::addNormalRuns()
 {
     QTest::newRow("first installation") << Step(none) << Step([](UpdateScene &scene) {
         WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        QTRY_COMPARE(scene.stored("packagecheck").toString(), Files::md5(scene.server.archive));
+        WAIT_FOR(scene.stored("packagecheck") == Files::md5(scene.server.archive));
         QTRY_COMPARE(scene.widget<QLabel>("m_updatedate")->text(), QString("2021-03-05"));
         QTRY_COMPARE(scene.widget<QLabel>("m_pluginver")->text(), QString("1.2.3"));
         QTRY_COMPARE(scene.widget<QLabel>("m_pGameSupportVersion")->text(), QString("1.12"));
