@@ -55,11 +55,12 @@ void CustMessagebox::centreOver(const QWidget *parent)
 void CustMessagebox::setUpButtons(StandardButtons buttons, StandardButton defaultButton)
 {
     m_pButtonBox->setStandardButtons(buttons);
-    // The ring shows the focus; a dotted frame inside would be the style's own.
-    m_pButtonBox->setStyleSheet(m_pButtonBox->styleSheet() + " QPushButton { outline: none; }");
-    // Some desktops put icons of their own on standard buttons.
-    for (QAbstractButton *button : m_pButtonBox->buttons())
+    for (QAbstractButton *button : m_pButtonBox->buttons()) {
+        // Some desktops put icons of their own on standard buttons.
         button->setIcon(QIcon());
+        // The ring shows the focus; the style's own dotted frame would come on top.
+        button->setStyleSheet(QStringLiteral("outline: none"));
+    }
     m_defaultButton = m_pButtonBox->button(defaultButton);
     if (!m_defaultButton)
         return;
