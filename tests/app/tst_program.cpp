@@ -61,8 +61,6 @@ private slots:
     void uninstall_data();
     void uninstall();
     void endsPolitely();
-    void commandLine_data();
-    void commandLine();
 
 private:
     QVariant stored(const QString &key) const
@@ -202,24 +200,6 @@ void tst_Program::endsPolitely()
     WAIT_FOR(program.said("OnAutoUpdate start"));
     program.terminate();
     QVERIFY2(program.result() == 0, program.output);
-}
-
-void tst_Program::commandLine_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<int>("code");
-    QTest::newRow("help") << QStringList{"--help"} << 0;
-    QTest::newRow("version") << QStringList{"--version"} << 0;
-    QTest::newRow("unknown") << QStringList{"--nonsense"} << 1;
-}
-
-void tst_Program::commandLine()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(int, code);
-    Program program(m_program, arguments);
-    QCOMPARE(program.result(), code);
-    QCOMPARE(m_server->requests().size(), 0);
 }
 
 int main(int argc, char *argv[])

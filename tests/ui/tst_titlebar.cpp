@@ -2,7 +2,6 @@
 #include "QPhoneLabel.h"
 #include "QrCode.h"
 
-#include <QImage>
 #include <QMainWindow>
 #include <QPushButton>
 #include <QtTest>
@@ -50,7 +49,6 @@ private slots:
     void drag_data();
     void drag();
     void popup();
-    void pictures();
     void qrCode();
 };
 
@@ -132,32 +130,6 @@ void tst_titlebar::popup()
                  QRect(label->pos() + QPoint(-50, 38), QSize(180, 210)));
         QCoreApplication::sendEvent(label, &leave);
         QVERIFY(!popups.first()->isVisible());
-    }
-}
-
-void tst_titlebar::pictures()
-{
-    const QMap<QString, QSize> sizes{
-        {"icon", {256, 256}},     {"logo", {52, 52}},
-        {"beta", {48, 32}},       {"phone", {24, 36}},
-        {"qrback", {360, 420}},   {"min", {192, 48}},
-        {"close", {192, 48}},     {"message_close", {192, 48}},
-        {"new", {56, 38}},        {"shadow", {20, 20}},
-        {"question", {28, 28}},   {"Q", {28, 32}},
-        {"helplogo", {490, 154}}, {"a/1", {16, 16}},
-        {"a/2", {16, 16}},        {"a/3", {16, 16}},
-        {"a/4", {16, 16}},        {"null", {0, 0}}}; // the tray flashes with nothing
-    for (auto entry = sizes.begin(); entry != sizes.end(); ++entry) {
-        const QImage picture(QStringLiteral(":/images/%1.png").arg(entry.key()));
-        QVERIFY2(picture.size() == entry.value(), qPrintable(entry.key()));
-        // In a strip of four states no two are alike.
-        QSet<QByteArray> states;
-        for (int x = 0; x < 192; x += 48) {
-            const QImage state = picture.copy(x, 0, 48, 48);
-            states += QByteArray(reinterpret_cast<const char *>(state.constBits()),
-                                 int(state.sizeInBytes()));
-        }
-        QVERIFY(picture.width() != 192 || states.size() == 4);
     }
 }
 
