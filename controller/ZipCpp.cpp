@@ -64,9 +64,12 @@ bool unpackFile(QZipReader &archive, const Entry &entry, const QString &target)
         qDebug() << "open file failed!:" << target;
         return false;
     }
-    // A short write, as on a full disk, is left to the verification that follows.
-    file.write(data);
-    return true;
+    // A full disk shows here, and small data only as they leave the file object's buffer. The
+    // verification that follows would not see it in a file that it skips.
+    if (file.write(data) == data.size() && file.flush())
+        return true;
+    qDebug() << "write file failed!:" << target << file.errorString();
+    return false;
 }
 } // namespace
 

@@ -14,6 +14,15 @@ version=1.2.0
 interval=10 # seconds between two checks: a repair is seen soon
 patience=120 # seconds for the whole installation
 
+# An earlier Brekka may sit in the tray, its window closed: its folder must not be wiped under it.
+refuse_running() {
+    local link
+    for link in /proc/[0-9]*/exe; do
+        [ "$(readlink "$link" || true)" != "$demo/app/Brekka" ] ||
+            fail 'Brekka still runs from an earlier call: quit it from the menu of its tray icon first'
+    done
+}
+
 prepare() {
     # Leftovers would make an installation look done that wasn't.
     rm -rf "$demo"
@@ -74,6 +83,7 @@ show_installed() {
 
 install_packages "${build_packages[@]}" "${run_packages[@]}"
 build release
+refuse_running
 prepare
 [ -n "${DISPLAY:-}" ] || export QT_QPA_PLATFORM=offscreen
 start_brekka

@@ -227,10 +227,13 @@ void MainWindow::OnShowSystemMessage()
 
 void MainWindow::ShowMessage(const QString &text)
 {
-    if (!isVisible())
+    // The runs go on behind a box. One that nobody is there to close must not become a pile.
+    if (!isVisible() || m_shownMessages.contains(text))
         return;
+    m_shownMessages += text;
     CustMessagebox::showMessageBox(this, m_mask, QString(), text, QDialogButtonBox::Ok,
                                    QDialogButtonBox::Ok);
+    m_shownMessages.removeOne(text);
 }
 
 bool MainWindow::isQuestionAccepted(const QString &text)

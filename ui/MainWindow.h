@@ -74,7 +74,8 @@ private:
     void connectFlow();
     void showReplayState(bool open);
     void showGamePath(const QString &path);
-    /// Shows the modal message box over the dimmed window; nothing while the window is hidden.
+    /// Shows the modal message box over the dimmed window; nothing while the window is hidden or
+    /// the same message is still open.
     void ShowMessage(const QString &text);
     bool isQuestionAccepted(const QString &text);
 
@@ -121,7 +122,8 @@ private:
     // round without end against a server or a disk that stays bad.
     bool m_autoUpdateModel = false;
     bool m_bRequesting = false;
-    bool m_isDownloading = false; ///< the package file is being written
+    bool m_isDownloading = false;             ///< the package file is being written
+    QMetaObject::Connection m_manifestAnswer; ///< to the request that is waited for
     /// The files in the game folder are wrong, and a new check was started to fetch them again. If
     /// the server has nothing to fetch, the run ends until the next tick.
     bool m_isRepairing = false;
@@ -134,6 +136,7 @@ private:
     QString m_newUpdateDate;
 
     MaskForm *m_mask = nullptr;
+    QStringList m_shownMessages;         ///< texts of the open message boxes
     QTimer *m_shanTimer = nullptr;       ///< flashes the tray icon
     QTimer *m_autoUpdateTimer = nullptr; ///< the periodic check
     int m_shanCount = 0;

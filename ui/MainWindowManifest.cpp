@@ -34,15 +34,18 @@ void MainWindow::UpdatePlugin(bool autoUpdate)
     m_bRequesting = true;
     m_autoUpdateModel = autoUpdate;
     HttpReply *reply = Http::instance().get(UpdateManifest::url(m_hosts.update));
-    connect(reply, &HttpReply::finished, this, [this, autoUpdate](const HttpReply &finished) {
-        onManifestReply(finished, autoUpdate);
-    });
+    m_manifestAnswer =
+        connect(reply, &HttpReply::finished, this, [this, autoUpdate](const HttpReply &finished) {
+            m_manifestAnswer = {};
+            onManifestReply(finished, autoUpdate);
+        });
 }
 
 void MainWindow::onManifestReply(const HttpReply &reply, bool autoUpdate)
 {
     if (!reply.isSuccessful()) {
-        if (!autoUpdate)
+        // The install button makes an automatic run the user's.
+        if (!m_autoUpdateModel)
             ShowMessage(InstallTexts::Failed);
         qDebug() << "http failed autoUpdateModel close";
         m_autoUpdateModel = false;

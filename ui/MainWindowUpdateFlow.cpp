@@ -13,6 +13,8 @@
 #include <QFile>
 #include <QTimer>
 
+#include <utility>
+
 namespace Keys = ApplicationSettings;
 
 namespace
@@ -116,6 +118,9 @@ void MainWindow::OnPluginExtractInstall()
         UpdatePlugin(false);
         return;
     }
+    // What is there can be installed without the server, which may take long or not answer at all.
+    if (disconnect(std::exchange(m_manifestAnswer, {})))
+        m_bRequesting = m_isRepairing = false;
     if (m_bRequesting)
         return;
     m_bRequesting = true; // a tick must not replace the package while it is unpacked

@@ -6,6 +6,32 @@
 #include <QTextCodec>
 #include <QtTest>
 
+#ifdef Q_OS_UNIX
+#include <csignal>
+#include <sys/resource.h>
+#endif
+
+namespace
+{
+/// While it lives, no file grows larger, as on a disk that fills up; on Windows nothing happens.
+struct DiskOf2000Bytes {
+#ifdef Q_OS_UNIX
+    DiskOf2000Bytes()
+    {
+        signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit small{2000, before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &small);
+    }
+    ~DiskOf2000Bytes()
+    {
+        setrlimit(RLIMIT_FSIZE, &before);
+    }
+    rlimit before = {};
+#endif
+};
+} // namespace
+
 class tst_Zip : public QObject
 {
     Q_OBJECT
@@ -97,6 +123,11 @@ void tst_Zip::refuses_data()
     const int data = damaged.indexOf("b", damaged.indexOf("PK\003\004", 1)) + 1;
     damaged[data] = char(0xff);
     QTest::newRow("damaged data") << damaged << firstWritten;
+#ifdef Q_OS_UNIX
+    QTest::newRow("full disk") << Files::zip({{"a", "1"}, {"full", QByteArray(3000, 'f')}})
+                               << Files::Tree{
+                                      {"a", "1"}, {"b", "old"}, {"full", QByteArray(2000, 'f')}};
+#endif
     QTest::newRow("target is a folder")
         << Files::zip({{"a", "1"}, {"folder", "2"}, {"z", "3"}}) << firstWritten;
 }
@@ -115,7 +146,10 @@ void tst_Zip::refuses()
     QSignalSpy written(&zip, &ZipCpp::OnExtractingFileName);
     QSignalSpy value(&zip, &ZipCpp::OnExtractCompleteValue);
     QSignalSpy result(&zip, &ZipCpp::OnExtractingResult);
-    zip.OnUnzipFile(path, game);
+    {
+        const DiskOf2000Bytes disk;
+        zip.OnUnzipFile(path, game);
+    }
 
     QCOMPARE(result.count(), 1);
     QCOMPARE(result.first().last().value<EC::ErrorCode>(), EC::FILE_OPEN_FAILED);

@@ -12,6 +12,8 @@
 #include <QSettings>
 #include <QtTest>
 
+#include <algorithm>
+
 namespace
 {
 QStringList *debugLines = nullptr;
@@ -112,7 +114,12 @@ QStringList UpdateScene::strays() const
 void UpdateScene::answerMessageBox()
 {
     auto *box = qobject_cast<QDialog *>(QApplication::activeModalWidget());
-    if (!box)
+    const auto windows = QApplication::topLevelWidgets();
+    const auto open = std::count_if(windows.begin(), windows.end(), [](const QWidget *any) {
+        return any->isVisible() && any->isModal();
+    });
+    mostMessages = qMax(mostMessages, int(open));
+    if (!box || (mayClose && !mayClose()))
         return;
     messages += box->findChild<QLabel *>("m_pLabel")->text();
     auto *buttons = box->findChild<QDialogButtonBox *>("m_pButtonBox");

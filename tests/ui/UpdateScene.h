@@ -42,7 +42,9 @@ public:
 
     UpdateServer server;
     Files::Tree plugin;
-    QStringList messages; ///< texts of the message boxes that came up; each was closed
+    QStringList messages;           ///< texts of the message boxes that were closed
+    std::function<bool()> mayClose; ///< whether to close them yet; at once when there is none
+    int mostMessages = 0;           ///< open at a time
     std::unique_ptr<MainWindow> window;
 
 private:

@@ -184,6 +184,15 @@ void tst_UpdateFlow::addPackageFaults()
     QTest::newRow("wrong MD5") << manifestWith("md5", "0123456789abcdef0123456789abcdef")
                                << bounded;
     QTest::newRow("cut off") << answers(UpdateServer::Package, {cut}) << bounded;
+    // The runs go on behind a message that nobody closes, and bring no more of them.
+    QTest::newRow("cut off, nobody there") << Step([=](UpdateScene &scene) {
+        scene.server.answer(UpdateServer::Package, {cut});
+        scene.mayClose = [&scene] { return scene.packages() >= 7; };
+    }) << Step([](UpdateScene &scene) {
+        WAIT_FOR(scene.messages.contains(Failed));
+        QVERIFY(scene.packages() >= 7);
+        QCOMPARE(scene.mostMessages, 1);
+    });
     // Four re-installs after the first failure; nobody asked, so only the badge tells.
     const Step retried = [](UpdateScene &scene) {
         WAIT_FOR(isBadgeShown(scene));
@@ -327,6 +336,21 @@ void tst_UpdateFlow::addButtonRuns()
         scene.press("m_installPlugin");
         WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
         QCOMPARE(scene.packages(), 1);
+    });
+    QTest::newRow("button: server hanging") << Step(none) << Step([](UpdateScene &scene) {
+        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
+        Files::write(scene.game() + "/mods/a.pyc", "altered");
+        HttpAnswer silent;
+        silent.silent = true;
+        scene.server.answer(UpdateServer::Manifest, {silent});
+        const int before = scene.manifests();
+        WAIT_FOR(scene.manifests() > before);
+        scene.press("m_installPlugin");
+        const int asked = scene.manifests();
+        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
+        QVERIFY(scene.manifests() <= asked + 1);
+        QCOMPARE(scene.packages(), 1);
+        QCOMPARE(scene.messages, QStringList());
     });
     QTest::newRow("button: package missing") << Step(none) << Step([](UpdateScene &scene) {
         WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
