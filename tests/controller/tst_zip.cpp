@@ -147,7 +147,7 @@ void tst_Zip::refuses()
     QSignalSpy value(&zip, &ZipCpp::OnExtractCompleteValue);
     QSignalSpy result(&zip, &ZipCpp::OnExtractingResult);
     {
-        const DiskOf2000Bytes disk;
+        [[maybe_unused]] const DiskOf2000Bytes disk;
         zip.OnUnzipFile(path, game);
     }
 
