@@ -13,39 +13,9 @@ ThrottledHttpReply::ThrottledHttpReply(const HttpRequest &req, Http &inner, int 
     QMetaObject::invokeMethod(this, &ThrottledHttpReply::checkElapsed, Qt::QueuedConnection);
 }
 
-const HttpReply *ThrottledHttpReply::real() const
-{
-    return qobject_cast<const HttpReply *>(parent());
-}
-
 QUrl ThrottledHttpReply::url() const
 {
-    return real() ? real()->url() : m_request.url;
-}
-
-int ThrottledHttpReply::statusCode() const
-{
-    return real() ? real()->statusCode() : 0;
-}
-
-QString ThrottledHttpReply::reasonPhrase() const
-{
-    return real() ? real()->reasonPhrase() : HttpReply::reasonPhrase();
-}
-
-QList<QPair<QByteArray, QByteArray>> ThrottledHttpReply::headers() const
-{
-    return real() ? real()->headers() : HttpReply::headers();
-}
-
-QByteArray ThrottledHttpReply::header(const QByteArray &name) const
-{
-    return real() ? real()->header(name) : HttpReply::header(name);
-}
-
-QByteArray ThrottledHttpReply::body() const
-{
-    return real() ? real()->body() : QByteArray();
+    return origin() ? origin()->url() : m_request.url;
 }
 
 void ThrottledHttpReply::checkElapsed()

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "HttpReply.h"
+#include "ForwardingHttpReply.h"
 #include "HttpRequest.h"
 
 class Http;
@@ -11,7 +11,7 @@ class QTimer;
 ///
 /// Once sent it belongs to the real reply and goes with it; its signals are that reply's, and
 /// finished() carries the real reply. Deleting it while it waits drops the request.
-class ThrottledHttpReply : public HttpReply
+class ThrottledHttpReply : public ForwardingHttpReply
 {
     Q_OBJECT
 public:
@@ -21,17 +21,11 @@ public:
     ThrottledHttpReply(const HttpRequest &req, Http &inner, int minInterval, QElapsedTimer &clock);
 
     QUrl url() const override;
-    int statusCode() const override;
-    QString reasonPhrase() const override;
-    QList<QPair<QByteArray, QByteArray>> headers() const override;
-    QByteArray header(const QByteArray &name) const override;
-    QByteArray body() const override;
 
 private slots:
     void checkElapsed();
 
 private:
-    const HttpReply *real() const;
     void send();
 
     Http &m_inner;

@@ -14,41 +14,6 @@ WrappedHttpReply::WrappedHttpReply(HttpReply *origin, const CachingHttp &client,
     connect(origin, &HttpReply::finished, this, &WrappedHttpReply::originFinished);
 }
 
-const HttpReply &WrappedHttpReply::origin() const
-{
-    return *static_cast<const HttpReply *>(parent());
-}
-
-QUrl WrappedHttpReply::url() const
-{
-    return origin().url();
-}
-
-int WrappedHttpReply::statusCode() const
-{
-    return origin().statusCode();
-}
-
-QString WrappedHttpReply::reasonPhrase() const
-{
-    return origin().reasonPhrase();
-}
-
-QList<QPair<QByteArray, QByteArray>> WrappedHttpReply::headers() const
-{
-    return origin().headers();
-}
-
-QByteArray WrappedHttpReply::header(const QByteArray &name) const
-{
-    return origin().header(name);
-}
-
-QByteArray WrappedHttpReply::body() const
-{
-    return origin().body();
-}
-
 void WrappedHttpReply::originFinished(const HttpReply &reply)
 {
     qDebug() << reply.statusCode() << reply.url();

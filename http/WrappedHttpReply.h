@@ -1,6 +1,6 @@
 #pragma once
 
-#include "HttpReply.h"
+#include "ForwardingHttpReply.h"
 
 class CachingHttp;
 class DiskCache;
@@ -10,7 +10,7 @@ class DiskCache;
 /// Belongs to the reply that it wraps and goes with it. Until finished(), and in its own
 /// operations, it shows what that reply shows; what finished() carries is either that reply or a
 /// CachedHttpReply.
-class WrappedHttpReply : public HttpReply
+class WrappedHttpReply : public ForwardingHttpReply
 {
     Q_OBJECT
 public:
@@ -19,18 +19,10 @@ public:
     WrappedHttpReply(HttpReply *origin, const CachingHttp &client, DiskCache &cache,
                      const QByteArray &key);
 
-    QUrl url() const override;
-    int statusCode() const override;
-    QString reasonPhrase() const override;
-    QList<QPair<QByteArray, QByteArray>> headers() const override;
-    QByteArray header(const QByteArray &name) const override;
-    QByteArray body() const override;
-
 private slots:
     void originFinished(const HttpReply &reply);
 
 private:
-    const HttpReply &origin() const;
     bool serveStale(const HttpReply &reply);
     bool mayStore(const HttpReply &reply) const;
 
