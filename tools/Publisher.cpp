@@ -3,11 +3,12 @@
 #include "PackageWriter.h"
 #include "PluginFolder.h"
 #include "PublishOptions.h"
-#include "UpgradeManifest.h"
+#include "UpdateManifest.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QSaveFile>
 
 Publisher::Publisher(const PublishOptions &options) : m_options(options) {}
@@ -59,19 +60,20 @@ bool Publisher::pack(const PluginFolder &plugin, PackageWriter &package)
 
 bool Publisher::writeManifest(const PackageWriter &package)
 {
-    UpgradeManifest manifest;
+    UpdateManifest manifest;
+    manifest.hasData = true;
     manifest.version = m_options.pluginVersion();
     manifest.packageMd5 = package.md5();
     manifest.updatedAt = m_options.date();
     manifest.link = QStringLiteral("%1/packages/%2.zip").arg(m_options.baseUrl(), package.md5());
     manifest.files = package.checksums();
-    const QByteArray json = manifest.toJson();
+    const QByteArray json = QJsonDocument(manifest.toJson()).toJson();
 
     QSaveFile file(m_options.outDir() + QStringLiteral("/cms/upgrade"));
     if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit())
         return fail(QStringLiteral("cannot write %1: %2").arg(file.fileName(), file.errorString()));
     m_summary = QStringLiteral("published %1 files as version %2: %3 and %4")
-                    .arg(QString::number(manifest.files.size()), manifest.version, package.path(),
+                    .arg(QString::number(manifest.files->size()), manifest.version, package.path(),
                          file.fileName());
     return true;
 }

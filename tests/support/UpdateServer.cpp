@@ -1,7 +1,8 @@
 #include "UpdateServer.h"
 
+#include "UpdateManifest.h"
+
 #include <QJsonDocument>
-#include <QJsonObject>
 
 Files::Tree UpdateServer::samplePlugin()
 {
@@ -16,22 +17,18 @@ Files::Tree UpdateServer::samplePlugin()
 void UpdateServer::publish(const Files::Tree &tree, const QString &version)
 {
     archive = Files::zip(tree);
-    QJsonObject files;
+    UpdateManifest offer;
+    offer.hasData = true;
+    offer.version = version;
+    offer.packageMd5 = Files::md5(archive);
+    offer.updatedAt = "2021-03-05 10:20:30";
+    offer.link = url(Package).toString();
+    offer.files.emplace();
     for (auto file = tree.begin(); file != tree.end(); ++file) {
-        QString key = file.key();
         // Half of the servers spell paths the Windows way.
-        files[key.replace("res/", "res\\")] = Files::md5(file.value());
+        offer.files->insert(QString(file.key()).replace("res/", "res\\"), Files::md5(file.value()));
     }
-    QString list;
-    for (const QChar c : QString::fromUtf8(QJsonDocument(files).toJson(QJsonDocument::Compact)))
-        list += c.unicode() < 128 ? QString(c)
-                                  : QString("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
-    const QJsonObject data{{"version_name", version},
-                           {"md5", Files::md5(archive)},
-                           {"updated_at", "2021-03-05 10:20:30"},
-                           {"upgrade_info", list},
-                           {"link", url(Package).toString()}};
-    manifest = QJsonDocument(QJsonObject{{"errno", 0}, {"data", data}}).toJson();
+    manifest = QJsonDocument(offer.toJson()).toJson();
     HttpAnswer reply;
     reply.body = manifest;
     answer(Manifest, {reply});

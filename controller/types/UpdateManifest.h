@@ -1,0 +1,33 @@
+#pragma once
+
+#include "PluginFileList.h"
+
+#include <QJsonObject>
+#include <QString>
+
+#include <optional>
+
+class QUrl;
+
+/// What the update server says about the current plugin, and the JSON that says it: the publisher
+/// writes it, the program reads it. A field that is absent, or has the wrong JSON type, has no
+/// value here.
+struct UpdateManifest {
+    bool isServerError = false; ///< the server reports an error; nothing else counts
+    bool hasData = false;       ///< the fields below were there to be read
+    QString version;            ///< empty when it is not a text
+    std::optional<QString> packageMd5;
+    std::optional<QString> updatedAt;    ///< such as "2021-03-05 10:20:30"
+    std::optional<PluginFileList> files; ///< paths with slashes or backslashes
+    std::optional<QString> link;         ///< where the package can be fetched
+
+    /// Reads what a server sent. Files that would leave the game folder are left out.
+    static UpdateManifest fromJson(const QJsonObject &body);
+    QJsonObject toJson() const;
+
+    /// The part of updatedAt before its first blank.
+    QString date() const;
+
+    /// Where the manifest is asked for on the server \a host.
+    static QUrl url(const QString &host);
+};
