@@ -1,6 +1,7 @@
 #include "Http.h"
 
 #include "NetworkHttpReply.h"
+#include "WebAddress.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -10,9 +11,6 @@
 
 namespace
 {
-int defaultReadTimeout = 10000;
-constexpr int DefaultMaxRetries = 3;
-
 const QMap<QByteArray, QByteArray> &defaultRequestHeaders()
 {
     static const QMap<QByteArray, QByteArray> headers{{"Accept-Charset", "utf-8"},
@@ -42,9 +40,9 @@ QNetworkAccessManager &accessManager()
 }
 } // namespace
 
-Http::Http()
-    : m_requestHeaders(defaultRequestHeaders()), m_readTimeout(defaultReadTimeout),
-      m_maxRetries(DefaultMaxRetries)
+Http::Http(std::chrono::milliseconds readTimeout, int maxRetries, std::chrono::milliseconds silence)
+    : m_requestHeaders(defaultRequestHeaders()), m_readTimeout(readTimeout),
+      m_maxRetries(maxRetries), m_silence(silence)
 {
 }
 
@@ -52,11 +50,6 @@ Http &Http::instance()
 {
     static Http http;
     return http;
-}
-
-void Http::setDefaultReadTimeout(int ms)
-{
-    defaultReadTimeout = ms;
 }
 
 HttpReply *Http::get(const QUrl &url)
@@ -76,7 +69,15 @@ HttpReply *Http::request(const HttpRequest &req)
 
 QNetworkReply *Http::networkReply(const HttpRequest &req)
 {
+    // Without any scheme the request fails by itself.
+    if (!req.url.scheme().isEmpty() && !isWebAddress(req.url)) {
+        qWarning() << "Not an address of the web:" << req.url;
+        return nullptr;
+    }
     QNetworkRequest request(req.url);
+    // The network layer reports no end at all after some broken answers, and none of a line on
+    // which nothing moves.
+    request.setTransferTimeout(int(m_silence.count()));
     const QMap<QByteArray, QByteArray> &headers =
         req.headers.isEmpty() ? m_requestHeaders : req.headers;
     for (auto it = headers.cbegin(); it != headers.cend(); ++it)

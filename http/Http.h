@@ -2,27 +2,30 @@
 
 #include "HttpRequest.h"
 
+#include <chrono>
+
 class HttpReply;
 class QNetworkReply;
 
 /// A client for small HTTP documents: a time limit for the first bytes, retries of GET and HEAD
-/// after time-outs and server errors, redirects followed.
+/// after time-outs and server errors, redirects followed. It speaks HTTP and HTTPS alone.
 ///
 /// Replies refer to their client, which has to outlive them. Any thread with an event loop may send
 /// requests; each has a network access manager of its own.
 class Http
 {
 public:
-    Http();
+    /// An attempt ends without success when the first bytes of its body take longer than
+    /// \a readTimeout, or when the line falls silent for \a silence. A GET or HEAD is sent up to
+    /// \a maxRetries times more.
+    explicit Http(std::chrono::milliseconds readTimeout = std::chrono::seconds(10),
+                  int maxRetries = 3, std::chrono::milliseconds silence = std::chrono::seconds(60));
     virtual ~Http() = default;
     Http(const Http &) = delete;
     Http &operator=(const Http &) = delete;
 
     /// The client of the whole process, made by the first call and destroyed at process exit.
     static Http &instance();
-    /// Sets the read time-out, in milliseconds, of the clients that are made from now on; has to
-    /// come before the first instance() to reach that one. Not meant for use across threads.
-    static void setDefaultReadTimeout(int ms);
 
     /// Asks for \a url. The reply tells the outcome and owns itself, see HttpReply.
     HttpReply *get(const QUrl &url);
@@ -31,16 +34,17 @@ public:
     /// Sends \a req at once. Clients that wrap another one do so here.
     virtual HttpReply *request(const HttpRequest &req);
 
-    /// Sends \a req one time, without time limit, retry or redirect. The caller owns the result,
-    /// which is null when the operation is none that we know.
+    /// Sends \a req one time, without retry or redirect. The caller owns the result, which is null
+    /// when the operation is none that we know or the address is none of the web.
     QNetworkReply *networkReply(const HttpRequest &req);
 
-    /// Milliseconds that each attempt may take until the first bytes of the body are there.
-    int readTimeout() const { return m_readTimeout; }
+    /// How long each attempt may take until the first bytes of the body are there.
+    std::chrono::milliseconds readTimeout() const { return m_readTimeout; }
     int maxRetries() const { return m_maxRetries; }
 
 private:
     QMap<QByteArray, QByteArray> m_requestHeaders;
-    int m_readTimeout;
+    std::chrono::milliseconds m_readTimeout;
     int m_maxRetries;
+    std::chrono::milliseconds m_silence;
 };

@@ -65,14 +65,19 @@ bool NetworkHttpReply::send(const HttpRequest &req)
         return false;
     setParent(attempt);
     m_networkReply = attempt;
-    connect(attempt, &QNetworkReply::errorOccurred, this, &NetworkHttpReply::replyError,
-            Qt::UniqueConnection);
-    connect(attempt, &QNetworkReply::finished, this, &NetworkHttpReply::replyFinished,
-            Qt::UniqueConnection);
-    connect(attempt, &QNetworkReply::downloadProgress, this, &NetworkHttpReply::downloadProgress,
-            Qt::UniqueConnection);
+    setupReply();
     m_readTimeoutTimer->start();
     return true;
+}
+
+void NetworkHttpReply::setupReply()
+{
+    connect(m_networkReply, &QNetworkReply::errorOccurred, this, &NetworkHttpReply::replyError,
+            Qt::UniqueConnection);
+    connect(m_networkReply, &QNetworkReply::finished, this, &NetworkHttpReply::replyFinished,
+            Qt::UniqueConnection);
+    connect(m_networkReply, &QNetworkReply::downloadProgress, this,
+            &NetworkHttpReply::downloadProgress, Qt::UniqueConnection);
 }
 
 bool NetworkHttpReply::isRetriable() const
@@ -139,7 +144,8 @@ void NetworkHttpReply::replyFinished()
     if (target.isValid()) {
         const QUrl next = target.isRelative() ? attempt->url().resolved(target) : target;
         qDebug() << "Redirected to" << next;
-        send(HttpRequest{next, m_request.operation, m_request.body, m_request.offset, {}});
+        if (!send(HttpRequest{next, m_request.operation, m_request.body, m_request.offset, {}}))
+            return emitError();
         attempt->deleteLater();
         return;
     }

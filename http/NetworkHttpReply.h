@@ -35,6 +35,7 @@ private slots:
 
 private:
     bool send(const HttpRequest &req);
+    void setupReply();
     bool isRetriable() const;
     void settle();
     void emitError();
@@ -42,7 +43,7 @@ private:
 
     Http &m_client;
     const HttpRequest m_request;
-    QNetworkReply *m_networkReply = nullptr; ///< our parent; null for an unknown operation
+    QNetworkReply *m_networkReply = nullptr; ///< our parent; null if nothing could be sent
     QTimer *m_readTimeoutTimer = nullptr;
     int m_retryCount = 0;
     QByteArray m_bytes;

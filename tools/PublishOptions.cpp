@@ -1,5 +1,7 @@
 #include "PublishOptions.h"
 
+#include "WebAddress.h"
+
 #include <QDateTime>
 #include <QUrl>
 
@@ -10,9 +12,8 @@ const QString DateFormat = QStringLiteral("yyyy-MM-dd HH:mm:ss");
 bool isServerAddress(const QString &text)
 {
     const QUrl url(text, QUrl::StrictMode);
-    const bool web =
-        url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https");
-    return url.isValid() && web && !url.host().isEmpty() && !url.hasQuery() && !url.hasFragment();
+    return url.isValid() && isWebAddress(url) && !url.host().isEmpty() && !url.hasQuery() &&
+           !url.hasFragment();
 }
 } // namespace
 
