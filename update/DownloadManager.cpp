@@ -1,5 +1,7 @@
 #include "DownloadManager.h"
 
+#include "WebAddress.h"
+
 #include <QCoreApplication>
 #include <QDebug>
 #include <QFileInfo>
@@ -33,7 +35,8 @@ int httpStatus(const QNetworkReply *reply)
 }
 } // namespace
 
-DownloadManager::DownloadManager(QObject *parent) : QObject(parent)
+DownloadManager::DownloadManager(QObject *parent, std::chrono::milliseconds silence)
+    : QObject(parent), m_silence(silence)
 {
     // This object may live until process exit, and the network layer's own thread must not be
     // caught there with a transfer.
@@ -59,7 +62,7 @@ void DownloadManager::stop()
     m_manager.clearConnectionCache(); // which ends its thread
 }
 
-void DownloadManager::append(const QUrl &url, const QString &savePath)
+void DownloadManager::append(const QUrl &url, QString savePath)
 {
     {
         QMutexLocker lock(&m_mutex);
@@ -86,10 +89,12 @@ void DownloadManager::startNextDownload()
         item = m_queue.dequeue();
     }
     m_savePath = item.savePath;
-    if (openOutput(item))
-        send(item.url);
-    else
-        startNextDownload();
+    if (!openOutput(item))
+        return startNextDownload();
+    if (isWebAddress(item.url))
+        return send(item.url);
+    drop(QStringLiteral("Not an address of the web: ") + item.url.toDisplayString());
+    startNextDownload();
 }
 
 bool DownloadManager::openOutput(const Item &item)
@@ -114,6 +119,8 @@ void DownloadManager::send(const QUrl &url)
     QNetworkRequest request(url);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::ManualRedirectPolicy);
+    request.setTransferTimeout(int(m_silence.count()));
+    m_writeError.clear();
     m_reply = m_manager.get(request);
     // Without a bound the network layer takes in faster than the disk takes out, up to the whole
     // package.
@@ -128,7 +135,14 @@ void DownloadManager::send(const QUrl &url)
 
 void DownloadManager::downloadReadyRead()
 {
-    m_output.write(m_reply->readAll());
+    if (!m_writeError.isEmpty() || !m_reply->isOpen())
+        return;
+    const QByteArray bytes = m_reply->readAll();
+    if (m_output.write(bytes) == bytes.size())
+        return;
+    // The rest would only come to be thrown away.
+    m_writeError = m_output.errorString();
+    m_reply->abort();
 }
 
 void DownloadManager::downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal)
@@ -159,13 +173,16 @@ void DownloadManager::downloadProgress(qlonglong bytesReceived, qlonglong bytesT
 void DownloadManager::downloadFinished()
 {
     qDebug() << "downloadFinished";
-    downloadReadyRead(); // what came with the end
-    m_output.close();
     QNetworkReply *reply = m_reply;
-    if (reply->error() != QNetworkReply::NoError) {
-        qDebug() << "download failed" << reply->errorString();
-        emit error(reply->errorString());
-        m_output.remove();
+    downloadReadyRead(); // what came with the end
+    // Small bodies reach the disk only now.
+    if (m_writeError.isEmpty() && !m_output.flush())
+        m_writeError = m_output.errorString();
+    m_output.close();
+    if (!m_writeError.isEmpty()) {
+        drop(m_writeError);
+    } else if (reply->error() != QNetworkReply::NoError) {
+        drop(reply->errorString());
     } else if (isRedirect(httpStatus(reply))) {
         logRedirect();
         m_output.remove();
@@ -176,6 +193,13 @@ void DownloadManager::downloadFinished()
     m_reply = nullptr;
     reply->deleteLater();
     startNextDownload();
+}
+
+void DownloadManager::drop(const QString &reason)
+{
+    qDebug() << "download failed" << reason;
+    emit error(reason);
+    m_output.remove();
 }
 
 void DownloadManager::logRedirect() const

@@ -11,27 +11,32 @@
 #include <QQueue>
 #include <QUrl>
 
+#include <chrono>
+
 /// A queue of downloads: one GET at a time, each body written to its file as it arrives.
 ///
 /// Belongs to the thread that makes it and lives from that thread's event loop; nothing blocks.
-/// There is no time-out and no retry, and redirects are reported but not followed: who asked
-/// decides whether to ask again.
+/// There is no retry, and redirects are reported but not followed: who asked decides whether to ask
+/// again. A download may take as long as it likes, but ends when its line falls silent.
 class DownloadManager : public QObject
 {
     Q_OBJECT
 public:
-    explicit DownloadManager(QObject *parent = nullptr);
+    /// A transfer fails when nothing moves on its line for \a silence.
+    explicit DownloadManager(QObject *parent = nullptr,
+                             std::chrono::milliseconds silence = std::chrono::seconds(60));
     ~DownloadManager() override;
 
     /// Queues \a url, to be saved as \a savePath (replacing a file of that name), and starts it
     /// when nothing is running. With an empty path the name comes from the URL. Answered by
     /// finished() when the queue has run empty, after an error() for each download that failed.
-    void append(const QUrl &url, const QString &savePath);
+    void append(const QUrl &url, QString savePath);
 
 signals:
     /// The queue has run empty; \a strFileName is the save path last asked for.
     void finished(QString strFileName);
-    /// A file can't be opened for writing, or a transfer failed; the system's own text.
+    /// A file can't be opened or written, a transfer failed, or the address is none of the web; in
+    /// the system's own words where it has some.
     void error(QString errorString);
     /// Progress of the running download, as often as data comes in while its total size is known.
     /// Bytes, or a common fraction of them where bytes would not fit.
@@ -57,11 +62,14 @@ private:
     void logRedirect() const;
     bool openOutput(const Item &item);
     void send(const QUrl &url);
+    void drop(const QString &reason);
 
+    const std::chrono::milliseconds m_silence;
     QNetworkAccessManager m_manager;
     QQueue<Item> m_queue;
     QNetworkReply *m_reply = nullptr; ///< the running download, null while idle
     QFile m_output;
+    QString m_writeError; ///< why the running download can't be saved; empty as long as it can
     QElapsedTimer m_timer;
     int m_succeeded = 0;
     int m_appended = 0;
