@@ -42,7 +42,7 @@ void CheckPluginFile::OnAutoUpdateCheckFilesMd5(QString strGamePath, QVariant va
 }
 
 CheckPluginFile::BadFile CheckPluginFile::firstBadFile(const QString &gamePath,
-                                                       const QVariant &value) const
+                                                       const QVariant &value)
 {
     const auto files = value.value<PluginFileList>();
     for (auto file = files.begin(); file != files.end(); ++file) {
@@ -57,7 +57,7 @@ CheckPluginFile::BadFile CheckPluginFile::firstBadFile(const QString &gamePath,
     return {};
 }
 
-QString CheckPluginFile::GetFileMd5(const QString &path) const
+QString CheckPluginFile::GetFileMd5(QString path)
 {
     constexpr qint64 ChunkSize = 10240;
     char chunk[ChunkSize];

@@ -39,6 +39,6 @@ private:
         QString md5;
     };
 
-    QString GetFileMd5(const QString &path) const;
-    BadFile firstBadFile(const QString &gamePath, const QVariant &value) const;
+    QString GetFileMd5(QString path);
+    BadFile firstBadFile(const QString &gamePath, const QVariant &value);
 };
