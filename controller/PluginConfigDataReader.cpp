@@ -8,6 +8,9 @@
 #include <QMutexLocker>
 #include <QSaveFile>
 #include <QTextStream>
+#include <QXmlStreamReader>
+
+#include <optional>
 
 namespace
 {
@@ -16,13 +19,69 @@ QString configFile(const QString &gamePath)
     return gamePath + QStringLiteral("/mods/configs/corvane.xml");
 }
 
-/// Without a game folder the path would start at the root of the drive.
-bool parse(const QString &gamePath, QDomDocument &document)
+/// The plugin's configuration as it was read.
+struct Config {
+    QDomDocument document;
+    QString docType; ///< the declaration as it stands in the file, which the document doesn't keep
+};
+
+/// The document type declaration in \a xml, which may be empty; nothing when \a xml is not
+/// well-formed or nested too deep for the recursion that takes a document down.
+std::optional<QString> docTypeOf(const QByteArray &xml)
 {
-    if (gamePath.isEmpty())
-        return false;
+    constexpr int MaxDepth = 1000;
+    QXmlStreamReader reader(xml);
+    reader.setNamespaceProcessing(false);
+    QString docType = QStringLiteral("");
+    int depth = 0;
+    while (!reader.atEnd() && depth <= MaxDepth) {
+        switch (reader.readNext()) {
+        case QXmlStreamReader::StartElement:
+            ++depth;
+            break;
+        case QXmlStreamReader::EndElement:
+            --depth;
+            break;
+        case QXmlStreamReader::DTD:
+            docType = reader.text().toString();
+            break;
+        default:
+            break;
+        }
+    }
+    if (reader.hasError() || depth > MaxDepth)
+        return std::nullopt;
+    return docType;
+}
+
+/// Without a game folder the path would start at the root of the drive.
+std::optional<Config> parse(const QString &gamePath)
+{
+    constexpr qint64 MaxSize = 16 << 20; // bytes
     QFile file(configFile(gamePath));
-    return file.open(QIODevice::ReadOnly) && document.setContent(&file);
+    if (gamePath.isEmpty() || !file.open(QIODevice::ReadOnly) || file.size() > MaxSize)
+        return std::nullopt;
+    const QByteArray xml = file.readAll();
+    const auto docType = docTypeOf(xml);
+    if (!docType)
+        return std::nullopt;
+    // This reader, other than the document's own, leaves no carriage returns in the texts.
+    QXmlStreamReader reader(xml);
+    Config config{{}, *docType};
+    if (!config.document.setContent(&reader, false))
+        return std::nullopt;
+    return config;
+}
+
+QString textOf(const Config &config)
+{
+    QString xml;
+    QTextStream stream(&xml);
+    stream.setCodec("UTF-8");
+    config.document.save(stream, 4, QDomNode::EncodingFromTextStream);
+    if (!config.docType.isEmpty())
+        xml.insert(xml.indexOf(QLatin1Char('\n')) + 1, config.docType + QLatin1Char('\n'));
+    return xml;
 }
 
 QDomElement child(const QDomDocument &document, const char *name)
@@ -51,9 +110,10 @@ PluginConfigDataReader::PluginConfigDataReader(QObject *parent) : QObject(parent
 
 void PluginConfigDataReader::readPluginConfigData(QString strGamePath)
 {
-    QDomDocument document;
-    if (!parse(strGamePath, document))
+    const auto config = parse(strGamePath);
+    if (!config)
         return;
+    const QDomDocument &document = config->document;
     const QString version = child(document, "version").text();
     const QString gameVersion = child(document, "game_version").text();
     qDebug() << "plugin version code" << gameVersion;
@@ -84,12 +144,12 @@ void PluginConfigDataReader::writePluginConfigData(bool bHelloMessageOpen,
                                                    bool bUploadReplayOpen, QString strGamePath)
 {
     const QMutexLocker lock(&m_writing);
-    QDomDocument document;
-    if (!parse(strGamePath, document)) {
+    const auto config = parse(strGamePath);
+    if (!config) {
         emit pluginConfigWriteComplete();
         return;
     }
-    const QDomElement setting = child(document, "setting");
+    const QDomElement setting = child(config->document, "setting");
     SettingWord word(setting.text());
     qDebug() << "plugin version code" << setting.text();
     qDebug() << "plugin version code in int " << word.value() << word.isNumber();
@@ -110,25 +170,23 @@ void PluginConfigDataReader::writePluginConfigData(bool bHelloMessageOpen,
     qDebug() << "plugin version code strNew " << word.value() << true;
     replaceText(setting, QString::number(word.value()));
     qDebug() << "plugin version code" << setting.text();
-    save(document, configFile(strGamePath));
+    save(textOf(*config), configFile(strGamePath));
     emit pluginConfigWriteComplete();
 }
 
-void PluginConfigDataReader::save(const QDomDocument &document, const QString &path) const
+void PluginConfigDataReader::save(const QString &xml, const QString &path) const
 {
     // Written beside the file and renamed over it, so that a crash or a full disk costs the player
-    // nothing.
+    // nothing; into the file itself where its folder takes no other one.
     QSaveFile file(path);
+    file.setDirectWriteFallback(true);
     if (!file.open(QIODevice::WriteOnly)) {
         qDebug() << "plugin version code new open file failed";
         return;
     }
     qDebug() << path;
     qDebug() << "dom saved";
-    QTextStream stream(&file);
-    stream.setCodec("UTF-8");
-    document.save(stream, 4, QDomNode::EncodingFromTextStream);
-    stream.flush();
+    file.write(xml.toUtf8());
     if (!file.commit())
         qDebug() << "dom not saved" << file.errorString();
 }

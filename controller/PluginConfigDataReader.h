@@ -4,8 +4,6 @@
 #include <QObject>
 #include <QString>
 
-class QDomDocument;
-
 /// Reads the plugin's own configuration file in the game folder, and rewrites its options.
 ///
 /// Lives on the worker thread; each call opens, parses and closes the file anew. The file belongs
@@ -17,7 +15,8 @@ public:
     explicit PluginConfigDataReader(QObject *parent = nullptr);
 
 public slots:
-    /// Answered by the five value signals; by none when the file can't be opened or parsed.
+    /// Answered by the five value signals; by none when the file can't be opened, is larger than
+    /// 16 MiB, nested deeper than 1,000 elements, or not well-formed.
     void readPluginConfigData(QString strGamePath);
     /// Answered by exactly one pluginConfigWriteComplete, whatever the outcome. A failed write
     /// leaves the old content in place.
@@ -35,7 +34,7 @@ signals:
     void pluginSupportGameVersion(QString strVersion);
 
 private:
-    void save(const QDomDocument &document, const QString &path) const;
+    void save(const QString &xml, const QString &path) const;
 
     QMutex m_writing; ///< held for the whole of a write
 };
