@@ -16,10 +16,14 @@
 #include <QDebug>
 #include <QGlobalStatic>
 
+#include <chrono>
+#include <utility>
+
 namespace
 {
 const wchar_t *const TaskName = L"BrekkaTask";
 const wchar_t *const TaskArguments = L"-s";
+constexpr std::chrono::seconds SessionEndPatience(3);
 } // namespace
 
 /// Gives the static holder, and nobody else, the way to the constructor.
@@ -53,19 +57,23 @@ MainController::MainController()
     connect(&m_thread, &QThread::finished, m_pluginConfig, &QObject::deleteLater);
     m_thread.start();
     m_thread.setObjectName(QStringLiteral("work"));
-    qAddPostRoutine(finishWork);
+    // The system may end the process soon after this signal, as Windows does with a session. Else
+    // the wait goes on once the windows are gone.
+    connect(qApp, &QCoreApplication::aboutToQuit, this,
+            [this] { finishWork(QDeadlineTimer(SessionEndPatience)); });
+    qAddPostRoutine([] {
+        if (instance())
+            instance()->finishWork(QDeadlineTimer::Forever);
+    });
 }
 
-void MainController::finishWork()
+void MainController::finishWork(QDeadlineTimer patience)
 {
-    MainController *controller = instance();
-    if (!controller || !controller->m_thread.isRunning())
-        return;
-    QThread &thread = controller->m_thread;
     // Behind the requests made so far: a setting that waits for its turn must not get lost.
-    QMetaObject::invokeMethod(
-        controller->m_settings, [&thread] { thread.quit(); }, Qt::QueuedConnection);
-    thread.wait();
+    if (!std::exchange(m_isFinishing, true))
+        QMetaObject::invokeMethod(
+            m_settings, [this] { m_thread.quit(); }, Qt::QueuedConnection);
+    m_thread.wait(patience);
 }
 
 MainController::~MainController()

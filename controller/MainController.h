@@ -2,6 +2,7 @@
 
 #include "ErrorCode.h"
 
+#include <QDeadlineTimer>
 #include <QObject>
 #include <QString>
 #include <QThread>
@@ -22,8 +23,8 @@ class ZipCpp;
 /// return at once; the worker handles requests one at a time in order, and its answer comes back as
 /// one of the signals whose names begin with On. Everything crosses threads by value.
 ///
-/// The requests made so far are carried out before the application object is gone, which waits for
-/// them; the controller itself goes at process exit.
+/// The requests made so far are carried out when the program quits, which waits for them; the
+/// controller itself goes at process exit.
 class MainController : public QObject
 {
     Q_OBJECT
@@ -105,9 +106,11 @@ public slots:
 private:
     friend struct MainControllerHolder;
     MainController();
-    /// Ends the worker thread. Called as the application object goes: without that one, objects on
-    /// another thread are not deleted any more, and the settings are only safe once their store is.
-    static void finishWork();
+    /// Ends the worker thread and waits for that as long as \a patience lasts. Called when the
+    /// program is about to quit, and again as the application object goes: without that one,
+    /// objects on another thread are not deleted any more, and the settings are only safe once
+    /// their store is.
+    void finishWork(QDeadlineTimer patience);
 
     template <typename Worker>
     Worker *onWorkThread();
@@ -117,6 +120,7 @@ private:
     void connectPluginConfig();
 
     QThread m_thread;
+    bool m_isFinishing = false;                       ///< the thread has been told to end
     GameScanner *m_scanner = nullptr;                 ///< on the worker thread
     SettingsProcessor *m_settings = nullptr;          ///< on the worker thread
     CheckPluginFile *m_checker = nullptr;             ///< on the worker thread

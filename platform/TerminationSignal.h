@@ -6,9 +6,9 @@
 /// end, so that it ends as if the user had quit: with its settings written and its role given up.
 ///
 /// On Linux that is SIGTERM, SIGINT or SIGHUP, unless the process was started with orders to ignore
-/// it; Windows ends a session
-/// through window messages, which the toolkit handles, and nothing is done here. Make one at the
-/// most, on the main thread, while there is an application object.
+/// it. On Windows nothing is done here: a session's end reaches the program as aboutToQuit, and the
+/// process is killed soon after, so what must be finished is finished from that signal. Make one at
+/// the most, on the main thread, while there is an application object.
 class TerminationSignal
 {
 public:
