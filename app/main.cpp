@@ -1,3 +1,5 @@
+#include "ApplicationSettings.h"
+#include "Hosts.h"
 #include "MainController.h"
 #include "MainWindow.h"
 #include "RecevieSecondProcessMsg.h"
@@ -6,6 +8,7 @@
 
 #include <QCommandLineParser>
 #include <QDebug>
+#include <QSettings>
 #include <QTextCodec>
 
 namespace
@@ -57,7 +60,8 @@ int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver
     parser.addOption(uninstallOption);
     parser.process(application);
 
-    MainWindow window;
+    QSettings settings(ApplicationSettings::FileName, QSettings::IniFormat);
+    MainWindow window(Hosts::read(settings));
     receiver.setMainWindow(&window);
     MainController *controller = MainController::instance();
     if (parser.isSet(uninstallOption)) {

@@ -1,5 +1,20 @@
 #include "InstallTexts.h"
 
+QString InstallTexts::install()
+{
+    return QStringLiteral("安装插件");
+}
+
+QString InstallTexts::update()
+{
+    return QStringLiteral("更新插件");
+}
+
+QString InstallTexts::failed()
+{
+    return QStringLiteral("安装失败\n 请您检查游戏路径并关闭游戏!");
+}
+
 QString InstallTexts::noGameFolder(const QString &host)
 {
     return QStringLiteral("<style> a {text-decoration: none;color: #505287;} </style>  "

@@ -10,7 +10,6 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QSettings>
 #include <QTimer>
 #include <QUrl>
 
@@ -20,12 +19,9 @@ namespace
 {
 constexpr int FoundPathWidth = 230; // pixels
 constexpr int BalloonTime = 10000;  // milliseconds
-
-Hosts readHosts()
-{
-    QSettings settings(ApplicationSettings::FileName, QSettings::IniFormat);
-    return Hosts::read(settings);
-}
+// Texts from outside may have any length; so many of their characters are shown.
+constexpr int MaxShownPath = 260;
+constexpr int MaxShownVersion = 100;
 
 QString agreementLink(const QString &url, const QString &text)
 {
@@ -35,7 +31,7 @@ QString agreementLink(const QString &url, const QString &text)
 }
 } // namespace
 
-MainWindow::MainWindow(QWidget *parent) : BaseWindow(parent), m_hosts(readHosts())
+MainWindow::MainWindow(const Hosts &hosts, QWidget *parent) : BaseWindow(parent), m_hosts(hosts)
 {
     m_newversion->hide();
     m_mask = new MaskForm(this);
@@ -125,8 +121,13 @@ void MainWindow::OnBrowserGame()
 
 void MainWindow::showGamePath(const QString &path)
 {
-    m_GamePath->setText(path);
+    m_GamePath->setText(path.left(MaxShownPath));
     m_GamePath->home(false); // a long one begins with what tells it from others
+}
+
+void MainWindow::showVersion(QLabel *place, const QString &version)
+{
+    place->setText(version.left(MaxShownVersion));
 }
 
 void MainWindow::OnAutoScanGame()
@@ -183,13 +184,13 @@ void MainWindow::showReplayState(bool open)
 void MainWindow::OnPluginVersion(QString strVersion)
 {
     qDebug() << "plugin version local match" << strVersion;
-    m_pluginver->setText(strVersion);
+    showVersion(m_pluginver, strVersion);
 }
 
 void MainWindow::OnpluginSupportGameVersion(QString strVersion)
 {
     qDebug() << "OnpluginSupportGameVersion" << strVersion;
-    m_pGameSupportVersion->setText(strVersion);
+    showVersion(m_pGameSupportVersion, strVersion);
     MainController::instance()->WriteSetting(Keys::KeySupportGameVersion, strVersion);
 }
 
@@ -227,13 +228,16 @@ void MainWindow::OnShowSystemMessage()
 
 void MainWindow::ShowMessage(const QString &text)
 {
-    // The runs go on behind a box. One that nobody is there to close must not become a pile.
+    // One that nobody is there to close must not become a pile.
     if (!isVisible() || m_shownMessages.contains(text))
         return;
     m_shownMessages += text;
-    CustMessagebox::showMessageBox(this, m_mask, QString(), text, QDialogButtonBox::Ok,
-                                   QDialogButtonBox::Ok);
-    m_shownMessages.removeOne(text);
+    const auto show = [this, text] {
+        CustMessagebox::showMessageBox(this, m_mask, QString(), text, QDialogButtonBox::Ok,
+                                       QDialogButtonBox::Ok);
+        m_shownMessages.removeOne(text);
+    };
+    QMetaObject::invokeMethod(this, show, Qt::QueuedConnection);
 }
 
 bool MainWindow::isQuestionAccepted(const QString &text)

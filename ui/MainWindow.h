@@ -12,6 +12,7 @@ class HttpReply;
 class MaskForm;
 class QJsonObject;
 class QTimer;
+struct UpdateManifest;
 
 /// The one window of the program: two pages, and the flow that keeps the plugin installed and
 /// current.
@@ -20,9 +21,9 @@ class QTimer;
 ///
 ///     manifest (UpdatePlugin) → download → package check → extraction → presence → verification
 ///
-/// and an automatic run that finds nothing new on the server checks the local files instead. Every
-/// way out ends in clearing m_bRequesting. Everything here runs on the main thread; the work itself
-/// is the controller's.
+/// and an automatic run that finds nothing new on the server ends and has the local files checked.
+/// Every run begins in beginRun() and ends in endRun(); what goes round once more is a new run.
+/// Everything here runs on the main thread; the work itself is the controller's.
 ///
 /// The class is laid out by subject: MainWindow.cpp (construction, pages and controls),
 /// MainWindowSettings.cpp (what the settings store reports), MainWindowManifest.cpp (asking the
@@ -31,7 +32,8 @@ class MainWindow : public BaseWindow
 {
     Q_OBJECT
 public:
-    explicit MainWindow(QWidget *parent = nullptr);
+    /// Talks of, and to, the servers \a hosts.
+    explicit MainWindow(const Hosts &hosts, QWidget *parent = nullptr);
     ~MainWindow() override;
 
 public slots:
@@ -74,8 +76,10 @@ private:
     void connectFlow();
     void showReplayState(bool open);
     void showGamePath(const QString &path);
-    /// Shows the modal message box over the dimmed window; nothing while the window is hidden or
-    /// the same message is still open.
+    static void showVersion(QLabel *place, const QString &version);
+    /// Asks for the modal message box over the dimmed window and returns at once: the box opens
+    /// from the event loop, and whatever is under way goes on behind it. Nothing while the window
+    /// is hidden or the same message is still open.
     void ShowMessage(const QString &text);
     bool isQuestionAccepted(const QString &text);
 
@@ -83,9 +87,11 @@ private:
     void showStoredVersions();
 
     // Manifest
-    void UpdatePlugin(bool autoUpdate);
-    void onManifestReply(const HttpReply &reply, bool autoUpdate);
+    enum class IfNothingNew { CheckLocalFiles, End };
+    void UpdatePlugin(bool autoUpdate, IfNothingNew then = IfNothingNew::CheckLocalFiles);
+    void onManifestReply(const HttpReply &reply, bool autoUpdate, IfNothingNew then);
     bool ReadPlginUpdateRequestBody(const QJsonObject &body);
+    bool isDifferent(const UpdateManifest &manifest);
     void storeFileList(const PluginFileList &files);
     void startDownload(const QString &link);
     bool endWithoutUpdate();
@@ -93,7 +99,11 @@ private:
     // Update flow
     bool hasGameFolder() const;
     QString gameFile(const QString &relative) const;
+    void onDownloadProgress(int percent);
     void onDownloadFinished(const QString &path);
+    void onExtractingRange(qulonglong range);
+    void onExtractingFileName(const QString &name);
+    void onExtractCompleteValue(qulonglong value);
     void onExtractingResult(EC::ErrorCode ec);
     void onExtracted();
     void onExtractionFailed(EC::ErrorCode ec);
@@ -103,32 +113,37 @@ private:
     void retryInstallation();
     void giveUp();
     void reportFailure();
-    void endRun();
     void forgetPackage();
-    void showProgress(int percent);
+    void showProgress(int value);
     void hideProgress();
     void ShowNew();
     void HideNew();
     void StopTrayShan();
 
+    // Runs
+    void beginRun(bool automatic);
+    void endRun();
+    void closeRun();
+    void restartRun(bool automatic);
+
     const Hosts m_hosts;
     ApplicationSettings::settings m_settings; ///< the window's copy; lags the store by one exchange
 
-    // Two flags and two counters carry the flow across its steps. m_bRequesting: a run is under
-    // way, and further calls of UpdatePlugin are dropped. m_autoUpdateModel: nobody asked for this
-    // run, so its failures are silent and retried. m_retryCount counts those retries,
-    // m_wrongPackages the packages in a row that did not match their checksum; a verified
-    // installation resets the first, a right package the second. Both stop the flow from going
-    // round without end against a server or a disk that stays bad.
+    // Three flags and two counters carry the flow across its steps. m_bRequesting: a run is under
+    // way, and further calls of UpdatePlugin are dropped. m_autoUpdateModel: its failures are
+    // silent and retried. m_isAskedFor: the user started it, or pressed the button during it, and
+    // wants to know how it ends. The last two differ after a package that did not match its
+    // checksum: the new look at the server that follows is not automatic any more, but still
+    // nobody's wish. m_retryCount counts the retries of automatic runs, m_wrongPackages the
+    // packages in a row that did not match; a verified installation resets the first, a right
+    // package or the button the second. Both stop the flow from going round without end against a
+    // server or a disk that stays bad: once they are used up, each further run has one try.
     bool m_autoUpdateModel = false;
     bool m_bRequesting = false;
-    bool m_isDownloading = false;             ///< the package file is being written
-    QMetaObject::Connection m_manifestAnswer; ///< to the request that is waited for
-    /// The files in the game folder are wrong, and a new check was started to fetch them again. If
-    /// the server has nothing to fetch, the run ends until the next tick.
-    bool m_isRepairing = false;
+    bool m_isAskedFor = false;
     int m_retryCount = 0;
     int m_wrongPackages = 0;
+    QMetaObject::Connection m_manifestAnswer; ///< to the request that is waited for
 
     // What the last manifest announced, kept until an installation has been verified.
     QString m_newVersion;
@@ -136,8 +151,8 @@ private:
     QString m_newUpdateDate;
 
     MaskForm *m_mask = nullptr;
-    QStringList m_shownMessages;         ///< texts of the open message boxes
-    QTimer *m_shanTimer = nullptr;       ///< flashes the tray icon
+    QStringList m_shownMessages;   ///< texts of the message boxes that are open or about to be
+    QTimer *m_shanTimer = nullptr; ///< flashes the tray icon
     QTimer *m_autoUpdateTimer = nullptr; ///< the periodic check
     int m_shanCount = 0;
 };

@@ -15,11 +15,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <utility>
-
 namespace Keys = ApplicationSettings;
 
-void MainWindow::UpdatePlugin(bool autoUpdate)
+void MainWindow::UpdatePlugin(bool autoUpdate, IfNothingNew then)
 {
     if (m_bRequesting)
         return;
@@ -27,40 +25,35 @@ void MainWindow::UpdatePlugin(bool autoUpdate)
         // Nothing could be installed, and an automatic run that its folder has left must not stay
         // marked as running.
         qDebug() << "UpdatePlugin no game folder";
-        m_autoUpdateModel = false;
-        m_isRepairing = false;
+        endRun();
         return;
     }
-    m_bRequesting = true;
-    m_autoUpdateModel = autoUpdate;
+    beginRun(autoUpdate);
     HttpReply *reply = Http::instance().get(UpdateManifest::url(m_hosts.update));
-    m_manifestAnswer =
-        connect(reply, &HttpReply::finished, this, [this, autoUpdate](const HttpReply &finished) {
-            m_manifestAnswer = {};
-            onManifestReply(finished, autoUpdate);
-        });
+    const auto onFinished = [this, autoUpdate, then](const HttpReply &finished) {
+        m_manifestAnswer = {};
+        onManifestReply(finished, autoUpdate, then);
+    };
+    m_manifestAnswer = connect(reply, &HttpReply::finished, this, onFinished);
 }
 
-void MainWindow::onManifestReply(const HttpReply &reply, bool autoUpdate)
+void MainWindow::onManifestReply(const HttpReply &reply, bool autoUpdate, IfNothingNew then)
 {
     if (!reply.isSuccessful()) {
         // The install button makes an automatic run the user's.
         if (!m_autoUpdateModel)
-            ShowMessage(InstallTexts::Failed);
+            ShowMessage(InstallTexts::failed());
         qDebug() << "http failed autoUpdateModel close";
-        m_autoUpdateModel = false;
-        m_bRequesting = false;
-        m_isRepairing = false;
+        endRun();
         qDebug() << "Something's wrong here" << reply.statusCode() << reply.reasonPhrase();
         return;
     }
     const QByteArray body = reply.body();
     qDebug() << body;
     qDebug() << "ReadPlginUpdateRequestBody";
-    const bool needsUpdate = ReadPlginUpdateRequestBody(QJsonDocument::fromJson(body).object());
-    // Checking the same wrong files again would go round without a pause.
-    const bool isUseless = std::exchange(m_isRepairing, false);
-    if (!needsUpdate && autoUpdate && !isUseless) {
+    if (ReadPlginUpdateRequestBody(QJsonDocument::fromJson(body).object()))
+        return;
+    if (autoUpdate && then == IfNothingNew::CheckLocalFiles) {
         qDebug() << "自动更新:" << true << "云端md5无更新，检测本地文件";
         CheckPluginFiles(true);
     }
@@ -71,30 +64,13 @@ bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
     const UpdateManifest manifest = UpdateManifest::fromJson(body);
     if (manifest.isServerError) {
         qDebug() << "http request error!!";
-        m_autoUpdateModel = false;
-        m_bRequesting = false;
+        endRun();
         return false;
     }
     if (!manifest.hasData)
         return endWithoutUpdate();
 
-    bool need = false;
-    if (manifest.version != m_settings.pver) {
-        qDebug() << "plugin need update!!" << manifest.version
-                 << "local version:" << m_settings.pver;
-        m_newVersion = manifest.version;
-        need = true;
-    }
-    if (manifest.packageMd5 && *manifest.packageMd5 != m_settings.packagecheck) {
-        qDebug() << "plugin need update!!" << *manifest.packageMd5
-                 << "local pac md5:" << m_settings.packagecheck;
-        m_newPackageMd5 = *manifest.packageMd5;
-        need = true;
-    }
-    if (manifest.date) {
-        qDebug() << "update:" << *manifest.date;
-        m_newUpdateDate = *manifest.date;
-    }
+    bool need = isDifferent(manifest);
     if (manifest.files)
         storeFileList(*manifest.files);
     if (!m_settings.lastcheckret)
@@ -110,6 +86,28 @@ bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
     return true;
 }
 
+bool MainWindow::isDifferent(const UpdateManifest &manifest)
+{
+    bool different = false;
+    if (manifest.version != m_settings.pver) {
+        qDebug() << "plugin need update!!" << manifest.version
+                 << "local version:" << m_settings.pver;
+        m_newVersion = manifest.version;
+        different = true;
+    }
+    if (manifest.packageMd5 && *manifest.packageMd5 != m_settings.packagecheck) {
+        qDebug() << "plugin need update!!" << *manifest.packageMd5
+                 << "local pac md5:" << m_settings.packagecheck;
+        m_newPackageMd5 = *manifest.packageMd5;
+        different = true;
+    }
+    if (manifest.updatedAt) {
+        m_newUpdateDate = manifest.date();
+        qDebug() << "update:" << m_newUpdateDate;
+    }
+    return different;
+}
+
 void MainWindow::storeFileList(const PluginFileList &files)
 {
     for (auto file = files.begin(); file != files.end(); ++file)
@@ -121,7 +119,6 @@ void MainWindow::startDownload(const QString &link)
 {
     qDebug() << "plugin start download" << link;
     QDir().mkpath(Paths::downloadFolder());
-    m_isDownloading = true;
     // First the setting: when the package file can't be opened, the download ends within its call,
     // and what that empties must not be filled again behind it.
     MainController::instance()->WriteSetting(Keys::KeyPackageMd5, m_newPackageMd5);
@@ -131,7 +128,7 @@ void MainWindow::startDownload(const QString &link)
 bool MainWindow::endWithoutUpdate()
 {
     qDebug() << "no need update plugin";
-    endRun();
+    closeRun();
     return false;
 }
 
@@ -144,8 +141,7 @@ bool MainWindow::CheckPluginExist()
         if (QFile::exists(path))
             continue;
         qDebug() << "check plugin file exist failed" << path;
-        if (!m_isDownloading)
-            QFile::remove(Paths::packageFile());
+        QFile::remove(Paths::packageFile());
         complete = false;
     }
     return complete;

@@ -12,6 +12,7 @@
 #include <QTimer>
 
 #include <limits>
+#include <utility>
 
 namespace Keys = ApplicationSettings;
 
@@ -23,12 +24,6 @@ int periodMs(int seconds)
 {
     const qint64 usable = seconds < 0 ? ApplicationSettings::DefaultInterval : seconds;
     return int(qMin<qint64>(usable * 1000, std::numeric_limits<int>::max()));
-}
-
-void showUnlessEmpty(QLabel *label, const QString &text)
-{
-    if (!text.isEmpty())
-        label->setText(text);
 }
 } // namespace
 
@@ -59,7 +54,7 @@ void MainWindow::OnSettingRefreshed(QVariant Setting)
     showReplayState(m_settings.pluginloaderplayopen);
 
     if (m_settings.game.isEmpty()) {
-        m_installPlugin->setText(InstallTexts::Install);
+        m_installPlugin->setText(InstallTexts::install());
         return;
     }
     qDebug() << "game is installed,start plugin test";
@@ -69,9 +64,14 @@ void MainWindow::OnSettingRefreshed(QVariant Setting)
 
 void MainWindow::showStoredVersions()
 {
-    showUnlessEmpty(m_pluginver, m_settings.pver);
-    showUnlessEmpty(m_updatedate, m_settings.updatedate);
-    showUnlessEmpty(m_pGameSupportVersion, m_settings.PluginSupportGameVersion);
+    const std::pair<QLabel *, QString> shown[] = {
+        {m_pluginver, m_settings.pver},
+        {m_updatedate, m_settings.updatedate},
+        {m_pGameSupportVersion, m_settings.PluginSupportGameVersion}};
+    for (const auto &[place, version] : shown) {
+        if (!version.isEmpty())
+            showVersion(place, version);
+    }
 }
 
 void MainWindow::OnSettingChanged(QString strKey, QVariant value)
@@ -84,7 +84,8 @@ void MainWindow::OnSettingChanged(QString strKey, QVariant value)
     } else if (strKey == Keys::KeyPluginVersion) {
         qDebug() << "UpdatePlugin OnSettingChanged key_PuginVersion" << value;
         m_settings.pver = value.toString();
-        showUnlessEmpty(m_pluginver, m_settings.pver);
+        if (!m_settings.pver.isEmpty())
+            showVersion(m_pluginver, m_settings.pver);
     } else if (strKey == Keys::KeyFilesMd5) {
         qDebug() << "UpdatePlugin OnSettingChanged key_FilesMd5";
         m_settings.plugins = value.value<PluginFileList>();
@@ -97,9 +98,9 @@ void MainWindow::OnSettingChanged(QString strKey, QVariant value)
         m_settings.pluginloaderplayopen = value.toBool();
     } else if (strKey == Keys::KeySupportGameVersion) {
         m_settings.PluginSupportGameVersion = value.toString();
-        m_pGameSupportVersion->setText(m_settings.PluginSupportGameVersion);
+        showVersion(m_pGameSupportVersion, m_settings.PluginSupportGameVersion);
     } else if (strKey == Keys::KeyUpdateDate) {
         m_settings.updatedate = value.toString();
-        m_updatedate->setText(m_settings.updatedate);
+        showVersion(m_updatedate, m_settings.updatedate);
     }
 }

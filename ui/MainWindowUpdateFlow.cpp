@@ -32,49 +32,52 @@ void MainWindow::connectFlow()
             &MainWindow::OnReturnPluginsCheckResult);
     connect(controller, &MainController::OnAutoUpdateCheckPluginsResult, this,
             &MainWindow::OnAutoUpdateCheckPluginsResult);
-    connect(
-        controller, &MainController::OnDownloadPluginFinished, this,
-        [this](const QString &path) { onDownloadFinished(path); }, Qt::DirectConnection);
-    connect(
-        controller, &MainController::OnPluginDownProgress, this,
-        [this](int percent) {
-            qDebug() << "currnt progress:" << percent;
-            showProgress(percent);
-        },
-        Qt::DirectConnection);
+    connect(controller, &MainController::OnDownloadPluginFinished, this,
+            &MainWindow::onDownloadFinished, Qt::DirectConnection);
+    connect(controller, &MainController::OnPluginDownProgress, this,
+            &MainWindow::onDownloadProgress, Qt::DirectConnection);
     connect(
         controller, &MainController::OnPluginSpeed, this,
         [](const QString &speed) { qDebug() << "currnt speed:" << speed; }, Qt::DirectConnection);
-    connect(
-        controller, &MainController::OnExtractingRange, this,
-        [this](qulonglong range) {
-            qDebug() << "extract range::" << range;
-            m_installprogressbar->setRange(0, int(range));
-            m_installprogressbar->setValue(0);
-            m_installprogressbar->show();
-        },
-        Qt::DirectConnection);
-    connect(
-        controller, &MainController::OnExtractingFileName, this,
-        [this](const QString &name) {
-            qDebug() << "extract file::" << name;
-            m_installprogressbar->setFormat(name);
-        },
-        Qt::DirectConnection);
-    connect(
-        controller, &MainController::OnExtractCompleteValue, this,
-        [this](qulonglong value) {
-            qDebug() << "extract CompleteValue:" << value;
-            m_installprogressbar->setValue(int(value));
-        },
-        Qt::DirectConnection);
-    connect(m_installprogressbar, &QProgressBar::valueChanged, this, [this](int percent) {
-        trayIcon()->setToolTip(QStringLiteral("%1 %2%").arg(windowTitle()).arg(percent));
-    });
+    connect(controller, &MainController::OnExtractingRange, this, &MainWindow::onExtractingRange,
+            Qt::DirectConnection);
+    connect(controller, &MainController::OnExtractingFileName, this,
+            &MainWindow::onExtractingFileName, Qt::DirectConnection);
+    connect(controller, &MainController::OnExtractCompleteValue, this,
+            &MainWindow::onExtractCompleteValue, Qt::DirectConnection);
     connect(
         controller, &MainController::OnExtractingResult, this,
         [this](const QString &, EC::ErrorCode ec) { onExtractingResult(ec); },
         Qt::DirectConnection);
+}
+
+void MainWindow::beginRun(bool automatic)
+{
+    m_bRequesting = true;
+    m_autoUpdateModel = automatic;
+    m_isAskedFor = !automatic;
+}
+
+void MainWindow::endRun()
+{
+    m_bRequesting = false;
+    m_autoUpdateModel = false;
+    m_isAskedFor = false;
+}
+
+void MainWindow::closeRun()
+{
+    if (m_autoUpdateModel)
+        qDebug() << "autoUpdateModel close";
+    endRun();
+}
+
+void MainWindow::restartRun(bool automatic)
+{
+    const bool isAskedFor = m_isAskedFor;
+    endRun();
+    UpdatePlugin(automatic);
+    m_isAskedFor = m_bRequesting && isAskedFor;
 }
 
 bool MainWindow::hasGameFolder() const
@@ -89,14 +92,13 @@ QString MainWindow::gameFile(const QString &relative) const
 
 void MainWindow::OnAutoUpdate()
 {
-    m_installPlugin->setText(InstallTexts::Install);
+    m_installPlugin->setText(InstallTexts::install());
     if (!hasGameFolder()) {
         qDebug() << "OnAutoUpdate OnCheckFileResult failed";
         return;
     }
     if (m_autoUpdateModel || m_bRequesting)
         return;
-    m_autoUpdateModel = true;
     qDebug() << "OnAutoUpdate start";
     UpdatePlugin(true);
 }
@@ -109,30 +111,37 @@ void MainWindow::OnPluginExtractInstall()
         ShowMessage(InstallTexts::noGameFolder(m_hosts.game));
         return;
     }
-    // Half a package is none. The run goes on as the user's, who is told how it ends.
-    if (m_isDownloading)
+    // Whoever presses does not wait for a server that takes long or does not answer at all.
+    if (disconnect(std::exchange(m_manifestAnswer, {})))
+        endRun();
+    m_wrongPackages = 0;
+    if (m_bRequesting) {
+        // Half a package is none, and two must not be unpacked at once.
+        m_isAskedFor = true;
         return;
+    }
     if (!QFile::exists(Paths::packageFile())) {
         qDebug() << "压缩包不存在，重新下载,清空压缩包md5，重新请求";
         m_settings.packagecheck.clear();
         UpdatePlugin(false);
         return;
     }
-    // What is there can be installed without the server, which may take long or not answer at all.
-    if (disconnect(std::exchange(m_manifestAnswer, {})))
-        m_bRequesting = m_isRepairing = false;
-    if (m_bRequesting)
-        return;
-    m_bRequesting = true; // a tick must not replace the package while it is unpacked
+    beginRun(false);
     qDebug() << "autoUpdateModel close";
     qDebug() << "OnPluginExtractInstall check zip pack:" << m_settings.game
              << m_settings.packagecheck;
     MainController::instance()->StartCheckFileMd5(m_settings.packagecheck, Paths::packageFile());
 }
 
+void MainWindow::onDownloadProgress(int percent)
+{
+    qDebug() << "currnt progress:" << percent;
+    m_installprogressbar->setRange(0, 100);
+    showProgress(percent);
+}
+
 void MainWindow::onDownloadFinished(const QString &path)
 {
-    m_isDownloading = false;
     hideProgress();
     qDebug() << "download plugin zip file finish check md5::" << path;
     MainController::instance()->StartCheckFileMd5(m_newPackageMd5, path);
@@ -163,14 +172,31 @@ void MainWindow::onPackageWrong()
         qDebug() << "zip stays wrong, give up";
         forgetPackage(); // so that the install button asks the server anew
         giveUp();
-        ShowMessage(InstallTexts::Failed);
         return;
     }
     ++m_wrongPackages;
     qDebug() << "zip re download";
     m_settings.packagecheck.clear();
-    m_bRequesting = false;
-    UpdatePlugin(false);
+    restartRun(false);
+}
+
+void MainWindow::onExtractingRange(qulonglong range)
+{
+    qDebug() << "extract range::" << range;
+    m_installprogressbar->setRange(0, int(range));
+    showProgress(0);
+}
+
+void MainWindow::onExtractingFileName(const QString &name)
+{
+    qDebug() << "extract file::" << name;
+    m_installprogressbar->setFormat(name);
+}
+
+void MainWindow::onExtractCompleteValue(qulonglong value)
+{
+    qDebug() << "extract CompleteValue:" << value;
+    showProgress(int(value));
 }
 
 void MainWindow::onExtractingResult(EC::ErrorCode ec)
@@ -216,23 +242,23 @@ void MainWindow::onExtractionFailed(EC::ErrorCode ec)
 
 void MainWindow::reportFailure()
 {
-    m_bRequesting = false;
-    ShowMessage(InstallTexts::Failed);
+    endRun();
+    ShowMessage(InstallTexts::failed());
     MainController::instance()->WriteSetting(Keys::KeyLastCheckResult, false);
 }
 
 void MainWindow::giveUp()
 {
-    m_bRequesting = false;
-    m_autoUpdateModel = false;
+    if (m_isAskedFor)
+        ShowMessage(InstallTexts::failed());
+    endRun();
     MainController::instance()->WriteSetting(Keys::KeyLastCheckResult, false);
     ShowNew();
 }
 
 void MainWindow::retryInstallation()
 {
-    m_bRequesting = false;
-    UpdatePlugin(true);
+    restartRun(true);
     ++m_retryCount;
 }
 
@@ -263,25 +289,24 @@ bool MainWindow::CheckPluginFiles(bool autoUpdate)
 void MainWindow::OnAutoUpdateCheckPluginsResult(QString strFilePath, bool bIsRight)
 {
     Q_UNUSED(strFilePath)
-    // The user has started a run meanwhile, which finds out by itself.
+    // A run that has begun meanwhile finds out by itself.
     if (m_bRequesting)
         return;
     if (bIsRight) {
         qDebug() << "本地插件文件正确，自动更新完成";
-        m_autoUpdateModel = false;
-        m_bRequesting = false;
+        endRun();
         return;
     }
     qDebug() << "本地文件md5 不符，重新下载";
-    m_bRequesting = false;
     if (QFile::exists(Paths::packageFile())) {
         qDebug() << "删除压缩包";
         QFile::remove(Paths::packageFile());
     }
     qDebug() << "压缩包md5 清空,触发重新下载";
     m_settings.packagecheck.clear();
-    m_isRepairing = true;
-    UpdatePlugin(true);
+    // Checking the same wrong files again would go round without a pause if the server has nothing
+    // to fetch.
+    UpdatePlugin(true, IfNothingNew::End);
 }
 
 void MainWindow::OnReturnPluginsCheckResult(QString strFilePath, bool bIsRight)
@@ -296,12 +321,12 @@ void MainWindow::OnReturnPluginsCheckResult(QString strFilePath, bool bIsRight)
                 ReminderWidget::showReminder(this);
         } else {
             qDebug() << "plugin file check failed";
-            ShowMessage(InstallTexts::Failed);
+            ShowMessage(InstallTexts::failed());
         }
     }
     if (bIsRight)
         onInstalled(strFilePath);
-    endRun();
+    closeRun();
 }
 
 void MainWindow::onInstalled(const QString &path)
@@ -318,20 +343,11 @@ void MainWindow::onInstalled(const QString &path)
     controller->WriteSetting(Keys::KeyPackageMd5, m_newPackageMd5);
 }
 
-void MainWindow::endRun()
+void MainWindow::showProgress(int value)
 {
-    if (m_autoUpdateModel) {
-        qDebug() << "autoUpdateModel close";
-        m_autoUpdateModel = false;
-    }
-    m_bRequesting = false;
-}
-
-void MainWindow::showProgress(int percent)
-{
-    m_installprogressbar->setRange(0, 100);
-    m_installprogressbar->setValue(percent);
+    m_installprogressbar->setValue(value);
     m_installprogressbar->show();
+    trayIcon()->setToolTip(QStringLiteral("%1 %2%").arg(windowTitle()).arg(value));
 }
 
 void MainWindow::hideProgress()
@@ -344,7 +360,7 @@ void MainWindow::ShowNew()
 {
     qDebug() << "void __thiscall MainWindow::ShowNew(void)";
     m_newversion->show();
-    m_installPlugin->setText(InstallTexts::Update);
+    m_installPlugin->setText(InstallTexts::update());
     if (isHidden())
         TrayShan();
     if (isVisible())
@@ -355,7 +371,7 @@ void MainWindow::HideNew()
 {
     qDebug() << "void __thiscall MainWindow::HideNew(void)";
     m_newversion->hide();
-    m_installPlugin->setText(InstallTexts::Install);
+    m_installPlugin->setText(InstallTexts::install());
     StopTrayShan();
 }
 
