@@ -1,7 +1,5 @@
 #include "UpdateServer.h"
 
-#include "UpdateManifest.h"
-
 #include <QJsonDocument>
 
 Files::Tree UpdateServer::samplePlugin()
@@ -17,21 +15,23 @@ Files::Tree UpdateServer::samplePlugin()
 void UpdateServer::publish(const Files::Tree &tree, const QString &version)
 {
     archive = Files::zip(tree);
-    UpdateManifest offer;
-    offer.hasData = true;
-    offer.version = version;
-    offer.packageMd5 = Files::md5(archive);
-    offer.updatedAt = "2021-03-05 10:20:30";
-    offer.link = url(Package).toString();
-    offer.files.emplace();
+    offered = {};
+    offered.hasData = true;
+    offered.version = version;
+    offered.packageMd5 = Files::md5(archive);
+    offered.updatedAt = "2021-03-05 10:20:30";
+    offered.link = url(Package).toString();
+    offered.files.emplace();
     for (auto file = tree.begin(); file != tree.end(); ++file) {
         // Half of the servers spell paths the Windows way.
-        offer.files->insert(QString(file.key()).replace("res/", "res\\"), Files::md5(file.value()));
+        const QString path = QString(file.key()).replace("res/", "res\\");
+        offered.files->insert(path, Files::md5(file.value()));
     }
-    manifest = QJsonDocument(offer.toJson()).toJson();
-    HttpAnswer reply;
-    reply.body = manifest;
-    answer(Manifest, {reply});
-    reply.body = archive;
-    answer(Package, {reply});
+    serve();
+}
+
+void UpdateServer::serve()
+{
+    answer(Manifest, {{200, QJsonDocument(offered.toJson()).toJson()}});
+    answer(Package, {{200, archive}});
 }

@@ -2,6 +2,7 @@
 
 #include "Files.h"
 #include "HttpServer.h"
+#include "UpdateManifest.h"
 
 /// An update server with one plugin package on it; faults are scripted over what it offers.
 class UpdateServer : public HttpServer
@@ -13,10 +14,12 @@ public:
 
     /// Offers \a tree as \a version, well and whole.
     void publish(const Files::Tree &tree, const QString &version);
+    /// Answers with what the members below hold now.
+    void serve();
     /// A small plugin with everything that has made trouble: folders, an empty file, a Chinese
     /// name.
     static Files::Tree samplePlugin();
 
-    QByteArray archive;  ///< the package last published
-    QByteArray manifest; ///< its manifest
+    UpdateManifest offered;
+    QByteArray archive; ///< the package
 };

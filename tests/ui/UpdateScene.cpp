@@ -1,18 +1,15 @@
 #include "UpdateScene.h"
 
-#include "Http.h"
+#include "CustMessagebox.h"
 #include "Paths.h"
+#include "ReminderWidget.h"
+#include "SettingsProcessor.h"
 
 #include <QApplication>
-#include <QDialog>
-#include <QDialogButtonBox>
 #include <QDir>
-#include <QLabel>
-#include <QPushButton>
+#include <QMutex>
+#include <QProgressBar>
 #include <QSettings>
-#include <QtTest>
-
-#include <algorithm>
 
 namespace
 {
@@ -28,6 +25,15 @@ void record(QtMsgType type, const QMessageLogContext &context, const QString &te
     }
     standardHandler(type, context, text);
 }
+
+bool hasTimer(const QObject *owner, int interval)
+{
+    for (const QTimer *timer : owner->findChildren<QTimer *>()) {
+        if (timer->isActive() && timer->interval() == interval)
+            return true;
+    }
+    return false;
+}
 } // namespace
 
 UpdateScene::UpdateScene()
@@ -35,28 +41,36 @@ UpdateScene::UpdateScene()
     static QStringList lines;
     debugLines = &lines;
     standardHandler = qInstallMessageHandler(record);
-    QDir().mkpath(m_dir.filePath("root/game"));
+    qApp->installEventFilter(this);
+    connect(&m_closing, &QTimer::timeout, this, &UpdateScene::closeBox);
+    m_closing.start(20);
     QDir().mkpath(m_dir.filePath("root/app"));
     QDir::setCurrent(m_dir.filePath("root/app"));
-    QDir(Paths::downloadFolder()).removeRecursively();
-    Files::write(game() + "/WorldOfTanks.exe", {});
     qputenv("WINEPREFIX", m_dir.path().toLocal8Bit()); // no game is registered there
 
-    set("hosts/update", server.authority());
-    set("game", game());
-    set("interval", 1);
-    plugin = UpdateServer::samplePlugin();
-    server.publish(plugin, "1.2.3");
-
-    connect(&m_messageBoxes, &QTimer::timeout, this, &UpdateScene::answerMessageBox);
-    m_messageBoxes.start(20);
+    const Files::Tree plugin = UpdateServer::samplePlugin();
+    offer("1.2.3");
+    for (auto file = plugin.begin(); file != plugin.end(); ++file)
+        Files::write(game() + '/' + file.key(), file.value());
+    Files::write(game() + "/WorldOfTanks.exe", {});
+    Files::write(Paths::packageFile(), server.archive);
+    SettingsProcessor store;
+    const std::pair<const char *, QVariant> settings[] = {
+        {"filemd5", QVariant::fromValue(*server.offered.files)},
+        {"packagecheck", *server.offered.packageMd5},
+        {"game", game()},
+        {"interval", 3600},
+        {"pver", "1.2.3"},
+        {"updatedate", "2021-03-05"},
+        {"lastcheckret", true}};
+    for (const auto &[key, value] : settings)
+        store.WriteSetting(key, value);
 }
 
 UpdateScene::~UpdateScene()
 {
     window.reset();
     qInstallMessageHandler(standardHandler);
-    QDir(Paths::downloadFolder()).removeRecursively();
     QDir::setCurrent(QDir::rootPath());
 }
 
@@ -72,27 +86,66 @@ QVariant UpdateScene::stored(const QString &key) const
 
 void UpdateScene::start(bool visible)
 {
-    Http::setDefaultReadTimeout(300);
-    window = std::make_unique<MainWindow>();
+    window = std::make_unique<MainWindow>(Hosts{server.authority(), {}, {}, {}});
     if (visible)
         window->show();
 }
 
-void UpdateScene::press(const char *button)
+void UpdateScene::startAndSettle()
 {
-    QTest::mouseClick(widget<QPushButton>(button), Qt::LeftButton);
+    start();
+    WAIT_FOR(logged("本地插件文件正确，自动更新完成") == 1);
+    m_manifestsBefore = server.count(UpdateServer::Manifest);
+    m_packagesBefore = server.count(UpdateServer::Package);
 }
 
-bool UpdateScene::isInstalled(const Files::Tree &tree, const QString &version) const
+void UpdateScene::offer(const QString &version)
 {
-    Files::Tree expected = tree;
-    expected["WorldOfTanks.exe"] = {};
+    Files::Tree tree = UpdateServer::samplePlugin();
+    if (version != "1.2.3")
+        tree["mods/a.pyc"] = version.toUtf8();
+    m_offered[version] = tree;
+    server.publish(tree, version);
+}
+
+QString UpdateScene::installedVersion() const
+{
     Files::Tree found = Files::readTree(game());
+    found.remove("WorldOfTanks.exe");
     // Its options are the player's, and the program's to rewrite.
     const QString config = QStringLiteral("mods/configs/corvane.xml");
-    if (expected.contains(config) && found.contains(config))
-        found[config] = expected[config];
-    return found == expected && stored("lastcheckret").toBool() && stored("pver") == version;
+    if (found.contains(config))
+        found[config] = UpdateServer::samplePlugin()[config];
+    return found.isEmpty() ? "none" : m_offered.key(found, "other");
+}
+
+bool UpdateScene::isInstalled(const QString &version) const
+{
+    return installedVersion() == version && stored("pver") == version &&
+           stored("lastcheckret").toBool();
+}
+
+QStringList UpdateScene::state(bool requests) const
+{
+    QStringList state;
+    const auto add = [&state](bool differs, const QString &what) {
+        if (differs)
+            state += what;
+    };
+    const QString version = installedVersion(), pver = stored("pver").toString();
+    const QString label = widget<QPushButton>("m_installPlugin")->text();
+    add(requests, QString("%1+%2")
+                      .arg(server.count(UpdateServer::Manifest) - m_manifestsBefore)
+                      .arg(server.count(UpdateServer::Package) - m_packagesBefore));
+    add(version != "1.2.3", "game " + version);
+    add(pver != "1.2.3", "pver " + pver);
+    add(!stored("lastcheckret").toBool(), "unverified");
+    add(!QFile::exists(Paths::packageFile()), "no package");
+    add(label != "安装插件", label);
+    add(!widget<QLabel>("m_newversion")->isHidden(), "badge");
+    add(!widget<QProgressBar>("m_installprogressbar")->isHidden(), "bar");
+    add(hasTimer(window.get(), 500), "flashing");
+    return state + shown;
 }
 
 int UpdateScene::logged(const QString &text) const
@@ -111,17 +164,22 @@ QStringList UpdateScene::strays() const
     return strays;
 }
 
-void UpdateScene::answerMessageBox()
+void UpdateScene::closeBox()
 {
     auto *box = qobject_cast<QDialog *>(QApplication::activeModalWidget());
-    const auto windows = QApplication::topLevelWidgets();
-    const auto open = std::count_if(windows.begin(), windows.end(), [](const QWidget *any) {
-        return any->isVisible() && any->isModal();
-    });
-    mostMessages = qMax(mostMessages, int(open));
-    if (!box || (mayClose && !mayClose()))
-        return;
-    messages += box->findChild<QLabel *>("m_pLabel")->text();
-    auto *buttons = box->findChild<QDialogButtonBox *>("m_pButtonBox");
-    QTest::mouseClick(buttons->buttons().first(), Qt::LeftButton);
+    if (box && (!mayClose || mayClose()))
+        box->findChild<QDialogButtonBox *>()->buttons().first()->click();
+}
+
+bool UpdateScene::eventFilter(QObject *object, QEvent *event)
+{
+    const auto *widget = qobject_cast<QWidget *>(object);
+    if (event->type() != QEvent::Show || !widget || !widget->isWindow())
+        return false;
+    if (qobject_cast<const CustMessagebox *>(widget)) {
+        shown += "box " + widget->findChild<QLabel *>()->text();
+    } else if (qobject_cast<const ReminderWidget *>(widget)) {
+        shown += "toast " + widget->findChild<QLabel *>()->text();
+    }
+    return false;
 }

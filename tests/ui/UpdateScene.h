@@ -1,6 +1,8 @@
 #pragma once
 
+#include "MainWindow.h"
 #include "UpdateServer.h"
+#include "WaitFor.h"
 
 #include <QStringList>
 #include <QTemporaryDir>
@@ -9,55 +11,59 @@
 #include <functional>
 #include <memory>
 
-class MainWindow;
-class QLabel;
-class QPushButton;
+#define WAIT_FOR(condition) WAIT_FOR_MS(condition, 150000)
 
-/// The real main window with the real controller, in a folder of its own and against a server of
-/// its own. One a process, since the controller is.
+/// The real main window with the real controller, in a folder of its own, against a server of its
+/// own, with version 1.2.3 of the plugin installed and verified. One a process, since the
+/// controller is. The periodic check is an hour away: who wants one calls OnAutoUpdate().
 class UpdateScene : public QObject
 {
 public:
     UpdateScene();
     ~UpdateScene() override;
 
-    /// Changes the settings file, before start(); keys are "group/key" or "key".
+    /// Makes the window, which reads the settings and begins an automatic check.
+    void start(bool visible = true);
+    /// As \a start, up to the end of that check, which then doesn't count any more.
+    void startAndSettle();
+    /// Changes the settings file; for the time before start().
     void set(const QString &key, const QVariant &value);
     QVariant stored(const QString &key) const;
+    /// Offers a plugin that differs from 1.2.3 in one file.
+    void offer(const QString &version);
 
-    void start(bool visible = true);
-    void press(const char *button);
-    template <typename Widget>
-    Widget *widget(const char *name) const;
-
-    /// Whether the game folder holds exactly the game and \a tree, and the record says so.
-    bool isInstalled(const Files::Tree &tree, const QString &version) const;
+    /// Everything in which the world differs from 1.2.3 being installed, verified and shown, and
+    /// what the user was shown meanwhile. \a requests counts them, too, as manifests + packages.
+    QStringList state(bool requests) const;
+    bool isInstalled(const QString &version) const;
     /// How often a debug line with \a text was written.
     int logged(const QString &text) const;
-    int manifests() const { return server.count(UpdateServer::Manifest); }
-    int packages() const { return server.count(UpdateServer::Package); }
-    QString game() const { return m_dir.filePath("root/game"); }
-    /// Everything that is neither in the game folder nor in the working folder.
+    /// Every file where none belongs.
     QStringList strays() const;
+    QString game() const { return m_dir.filePath("root/game"); }
+    template <typename Widget>
+    Widget *widget(const char *name) const
+    {
+        return window->findChild<Widget *>(QLatin1String(name));
+    }
 
     UpdateServer server;
-    Files::Tree plugin;
-    QStringList messages;           ///< texts of the message boxes that were closed
-    std::function<bool()> mayClose; ///< whether to close them yet; at once when there is none
-    int mostMessages = 0;           ///< open at a time
     std::unique_ptr<MainWindow> window;
+    QStringList shown; ///< "box TEXT" and "toast TEXT", in order
+    /// Asked now and then while a box is open, whether to close it; without one it is closed. An
+    /// open box keeps whoever waits for something from going on.
+    std::function<bool()> mayClose;
+
+protected:
+    bool eventFilter(QObject *object, QEvent *event) override;
 
 private:
-    void answerMessageBox();
+    QString installedVersion() const;
+    void closeBox();
 
     QTemporaryDir m_dir;
-    QTimer m_messageBoxes;
+    QMap<QString, Files::Tree> m_offered; ///< by version
+    QTimer m_closing;
+    int m_manifestsBefore = 0;
+    int m_packagesBefore = 0;
 };
-
-#include "MainWindow.h"
-
-template <typename Widget>
-Widget *UpdateScene::widget(const char *name) const
-{
-    return window->findChild<Widget *>(QLatin1String(name));
-}

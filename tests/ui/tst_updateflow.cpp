@@ -1,79 +1,210 @@
+#include "MainController.h"
 #include "Paths.h"
 #include "RowRunner.h"
 #include "UpdateScene.h"
-#include "WaitFor.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QJsonDocument>
-#include <QJsonObject>
-#include <QLabel>
-#include <QProgressBar>
-#include <QPushButton>
 #include <QTextCodec>
-#include <QtTest>
-
-#define WAIT_FOR(condition) WAIT_FOR_MS(condition, 30000)
 
 using Step = std::function<void(UpdateScene &)>;
-Q_DECLARE_METATYPE(Step)
+using Steps = QVector<Step>;
+Q_DECLARE_METATYPE(Steps)
 
 namespace
 {
-const QString Failed = QStringLiteral("安装失败\n 请您检查游戏路径并关闭游戏!");
-const QString Install = QStringLiteral("安装插件");
-const QString Update = QStringLiteral("更新插件");
+const char *const Failed = "box 安装失败\n 请您检查游戏路径并关闭游戏!";
+const char *const Toast = "toast 安装成功";
+const char *const Update = "更新插件";
 
-void none(UpdateScene &) {}
+// What the server does.
+
+Step offer(const QString &version)
+{
+    return [=](UpdateScene &scene) { scene.offer(version); };
+}
+
+/// Changes what is offered; the package's checksum follows the package.
+Step offer(const QString &version, const std::function<void(UpdateServer &)> &change)
+{
+    return [=](UpdateScene &scene) {
+        scene.offer(version);
+        change(scene.server);
+        scene.server.serve();
+    };
+}
+
+Step offerPackage(const QString &version, const std::function<QByteArray(Files::Tree)> &archive)
+{
+    return offer(version, [=](UpdateServer &server) {
+        Files::Tree tree = UpdateServer::samplePlugin();
+        tree["mods/a.pyc"] = version.toUtf8();
+        server.archive = archive(tree);
+        server.offered.packageMd5 = Files::md5(server.archive);
+    });
+}
+
+QByteArray noArchive(const Files::Tree &)
+{
+    return "no archive";
+}
+
+/// Lists a file that is not in the package.
+void listMore(UpdateServer &server)
+{
+    (*server.offered.files)["mods/more"] = "0";
+}
+
+void listAnother(UpdateServer &server)
+{
+    (*server.offered.files)["mods/a.pyc"] = "0";
+}
+
+void announceAnother(UpdateServer &server)
+{
+    server.offered.packageMd5 = "0";
+}
+
+void nameNoLink(UpdateServer &server)
+{
+    server.offered.link.reset();
+}
 
 Step answers(const QString &path, const QVector<HttpAnswer> &script)
 {
     return [=](UpdateScene &scene) { scene.server.answer(path, script); };
 }
 
-HttpAnswer answer(int status, const QByteArray &body = {})
+Step manifest(int status, const QByteArray &body = {})
+{
+    return answers(UpdateServer::Manifest, {{status, body}});
+}
+
+HttpAnswer silence()
 {
     HttpAnswer answer;
-    answer.status = status;
-    answer.body = body;
+    answer.silent = true;
     return answer;
 }
 
-/// The published manifest with one field of "data" replaced, or removed by an undefined value.
-Step manifestWith(const QString &field, const QJsonValue &value)
+/// The package comes after a while.
+void slowPackage(UpdateScene &scene)
+{
+    HttpAnswer answer{200, scene.server.archive};
+    answer.bodyDelayMs = 500;
+    scene.server.answer(UpdateServer::Package, {answer});
+}
+
+/// Its package comes last of all \a before.
+Step after(const QVector<HttpAnswer> &before)
 {
     return [=](UpdateScene &scene) {
-        QJsonObject body = QJsonDocument::fromJson(scene.server.manifest).object();
-        QJsonObject data = body["data"].toObject();
-        data[field] = value;
-        body["data"] = data;
-        scene.server.answer(UpdateServer::Manifest, {answer(200, QJsonDocument(body).toJson())});
+        scene.server.answer(UpdateServer::Package,
+                            before + QVector<HttpAnswer>{{200, scene.server.archive}});
     };
 }
 
-/// Offers \a archive with a manifest that announces its checksum.
-Step package(const std::function<QByteArray(const UpdateScene &)> &archive)
+// What the user and the clock do.
+
+void tick(UpdateScene &scene)
 {
-    return [=](UpdateScene &scene) {
-        const QByteArray bytes = archive(scene);
-        manifestWith("md5", Files::md5(bytes))(scene);
-        scene.server.answer(UpdateServer::Package, {answer(200, bytes)});
+    scene.window->OnAutoUpdate();
+}
+
+void press(UpdateScene &scene)
+{
+    scene.window->OnPluginExtractInstall();
+}
+
+void choose(UpdateScene &scene)
+{
+    QVERIFY(QDir().mkpath(scene.game()));
+    scene.window->OnSettingChanged("game", scene.game());
+}
+
+/// Closes the box only after one more failure behind it, an update and a repair.
+void actBehindBox(UpdateScene &scene)
+{
+    scene.mayClose = [&scene, todo = 2]() mutable {
+        if (todo == 2 && scene.logged("Something's wrong here") >= 3) {
+            press(scene);
+            --todo;
+        } else if (todo == 1 && scene.logged("Something's wrong here") >= 4) {
+            scene.offer("1.2.4");
+            --todo;
+        } else if (todo == 0 && scene.isInstalled("1.2.4")) {
+            Files::write(scene.game() + "/mods/empty", "altered");
+            --todo;
+        }
+        return todo < 0 && scene.isInstalled("1.2.4");
     };
 }
 
-bool isBadgeShown(UpdateScene &scene)
+// Before the window.
+
+void noPlugin(UpdateScene &scene)
 {
-    return !scene.widget<QLabel>("m_newversion")->isHidden();
+    QDir(scene.game() + "/mods").removeRecursively();
+    QDir(scene.game() + "/res").removeRecursively();
+    QFile::remove(Paths::packageFile());
+    QFile::remove("brekka.ini");
+    scene.set("game", scene.game());
+    scene.set("interval", 3600);
 }
 
-QString label(UpdateScene &scene)
+Step set(const QString &key, const QVariant &value)
 {
-    return scene.widget<QPushButton>("m_installPlugin")->text();
+    return [=](UpdateScene &scene) { scene.set(key, value); };
+}
+
+// What happens in the folders.
+
+void noPackage(UpdateScene &)
+{
+    QVERIFY(QFile::remove(Paths::packageFile()));
+}
+
+void alter(UpdateScene &scene)
+{
+    Files::write(scene.game() + "/mods/a.pyc", "altered");
+}
+
+void removeFile(UpdateScene &scene)
+{
+    QVERIFY(QFile::remove(scene.game() + "/mods/a.pyc"));
+}
+
+// What is waited for.
+
+Step until(const QString &line, int times = 1)
+{
+    return [=](UpdateScene &scene) { WAIT_FOR(scene.logged(line) >= times); };
+}
+
+Step installed(const QString &version)
+{
+    return [=](UpdateScene &scene) { WAIT_FOR(scene.isInstalled(version)); };
+}
+
+Step asked(const char *path, int times)
+{
+    return [=](UpdateScene &scene) { WAIT_FOR(scene.server.count(path) == times); };
+}
+
+Step packages(int times)
+{
+    return asked(UpdateServer::Package, times);
+}
+
+Step gaveUp()
+{
+    return until("MainWindow::ShowNew(void)");
 }
 } // namespace
 
-/// Every row: something is wrong from the start; it shows as it should; and once it is mended, the
-/// next automatic check installs.
+/// Every row: from a verified installation something happens; the world ends up as the row says;
+/// and the next automatic check installs what is offered then, silently.
 class tst_UpdateFlow : public QObject
 {
     Q_OBJECT
@@ -83,12 +214,28 @@ private slots:
     void flow();
 
 private:
-    void addServerFaults();
-    void addPackageFaults();
-    void addFolderFaults();
-    void addNormalRuns();
-    void addButtonRuns();
+    void addSilentServers();
+    void addManifests();
+    void addPackages();
+    void addFolders();
+    void addButton();
+    void addWindow();
 };
+
+namespace
+{
+/// \a before comes before the window is made; without one, the row begins when the window is idle.
+/// \a end begins with the number of requests, unless the row leaves that open.
+void row(const char *name, const Steps &before, const Steps &steps, const QStringList &end)
+{
+    QTest::newRow(name) << before << steps << end;
+}
+
+void row(const char *name, const Steps &steps, const QStringList &end)
+{
+    row(name, {}, steps, end);
+}
+} // namespace
 
 void tst_UpdateFlow::initTestCase()
 {
@@ -97,282 +244,220 @@ void tst_UpdateFlow::initTestCase()
 
 void tst_UpdateFlow::flow_data()
 {
-    QTest::addColumn<Step>("fault");
-    QTest::addColumn<Step>("expect");
-    addServerFaults();
-    addPackageFaults();
-    addFolderFaults();
-    addNormalRuns();
-    addButtonRuns();
+    QTest::addColumn<Steps>("before");
+    QTest::addColumn<Steps>("steps");
+    QTest::addColumn<QStringList>("end");
+    addSilentServers();
+    addManifests();
+    addPackages();
+    addFolders();
+    addButton();
+    addWindow();
 }
 
 void tst_UpdateFlow::flow()
 {
-    QFETCH(Step, fault);
-    QFETCH(Step, expect);
+    QFETCH(Steps, before);
+    QFETCH(Steps, steps);
+    QFETCH(QStringList, end);
     UpdateScene scene;
-    fault(scene);
-    if (!scene.window)
+    for (const Step &step : before)
+        step(scene);
+    if (!scene.window && before.isEmpty())
+        scene.startAndSettle();
+    else if (!scene.window)
         scene.start();
-    expect(scene);
-    if (QTest::currentTestFailed())
-        return;
+    for (const Step &step : steps) {
+        step(scene);
+        if (QTest::currentTestFailed())
+            return;
+    }
+    const bool requests = !end.isEmpty() && end.first().contains('+');
+    if (!QTest::qWaitFor([&] { return scene.state(requests) == end; }, 150000))
+        QCOMPARE(scene.state(requests).join("; "), end.join("; "));
 
-    scene.server.publish(scene.plugin, "1.2.4");
-    WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.4"));
-    WAIT_FOR(!isBadgeShown(scene) && label(scene) == Install);
+    const QStringList shown = scene.shown;
+    scene.offer("1.2.9");
+    // A run may be under way, which a check doesn't disturb.
+    WAIT_FOR(scene.isInstalled("1.2.9") || (tick(scene), QTest::qWait(50), false));
+    WAIT_FOR(scene.state(false) == (QStringList{"game 1.2.9", "pver 1.2.9"} + shown));
     QCOMPARE(scene.strays(), QStringList());
 }
 
-void tst_UpdateFlow::addServerFaults()
+/// These take a minute, so they begin first.
+void tst_UpdateFlow::addSilentServers()
 {
-    const auto silently = [](const QString &line) {
-        return [=](UpdateScene &scene) {
-            WAIT_FOR(scene.logged(line) > 1); // so there was a second tick, too
-            QCOMPARE(scene.packages(), 0);
-            QCOMPARE(scene.messages, QStringList());
-            QVERIFY(!isBadgeShown(scene));
-        };
-    };
-    const auto row = [&](const char *name, const HttpAnswer &manifest, const QString &line) {
-        QTest::newRow(name) << answers(UpdateServer::Manifest, {manifest}) << Step(silently(line));
-    };
-    HttpAnswer reset, silent;
-    reset.reset = true;
-    silent.silent = true;
-    row("404", answer(404), "Something's wrong here");
-    row("reset", reset, "Something's wrong here");
-    row("never answering", silent, "Something's wrong here");
-    row("not JSON", answer(200, "<html>"), "no need update plugin");
-    row("errno 7", answer(200, R"({"errno": 7, "data": {}})"), "http request error!!");
-    row("no data", answer(200, R"({"errno": 0})"), "no need update plugin");
-    QTest::newRow("no link") << manifestWith("link", QJsonValue())
-                             << Step(silently("no need update plugin"));
-    QTest::newRow("503, then 200") << Step([](UpdateScene &scene) {
-        scene.server.answer(UpdateServer::Manifest,
-                            {answer(503), answer(200, scene.server.manifest)});
-    }) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        QCOMPARE(scene.logged("Something's wrong here"), 0);
-    });
-    QTest::newRow("unparsable upgrade_info")
-        << manifestWith("upgrade_info", "{nonsense")
-        << Step([](UpdateScene &scene) { WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3")); });
-    QTest::newRow("climbing key") << manifestWith("upgrade_info", R"({"../evil": "0"})")
-                                  << Step([](UpdateScene &scene) {
-                                         WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-                                         QVERIFY(!scene.stored("plugins/../evil").isValid());
-                                     });
+    HttpAnswer stalled{200, QByteArray(1000, ' ')};
+    stalled.bodyDelayMs = 500; // very early bytes are not reported as progress
+    stalled.tailDelayMs = 600000;
+    row("manifest stalls",
+        {answers(UpdateServer::Manifest, {stalled}), tick, until("Something's wrong here")},
+        {"1+0"});
+    row("package never comes", {offer("1.2.4"), after({silence()}), tick},
+        {"2+2", "game 1.2.4", "pver 1.2.4", Toast});
 }
 
-void tst_UpdateFlow::addPackageFaults()
+void tst_UpdateFlow::addManifests()
 {
-    // Four new checks after the first wrong package, then none before the next tick.
-    const Step bounded = [](UpdateScene &scene) {
-        WAIT_FOR(scene.messages.contains(Failed));
-        QVERIFY(isBadgeShown(scene));
-        QCOMPARE(label(scene), Update);
-        QCOMPARE(scene.packages(), 5);
-        WAIT_FOR(scene.packages() == 6);
-        QVERIFY(!scene.stored("lastcheckret").toBool());
-        // So that the install button asks the server.
-        WAIT_FOR(!QFile::exists(Paths::packageFile()));
-    };
-    HttpAnswer cut;
-    cut.body = QByteArray(100000, 'p');
+    row("first installation", {noPlugin}, {[](UpdateScene &scene) {
+            WAIT_FOR(scene.isInstalled("1.2.3"));
+            WAIT_FOR(scene.stored("packagecheck") == *scene.server.offered.packageMd5);
+            WAIT_FOR(scene.widget<QLabel>("m_updatedate")->text() == "2021-03-05");
+            WAIT_FOR(scene.widget<QLabel>("m_pluginver")->text() == "1.2.3");
+            WAIT_FOR(scene.widget<QLabel>("m_pGameSupportVersion")->text() == "1.12");
+            QVERIFY(scene.logged("currnt progress:") > 0 && scene.logged("extract range::") == 1);
+        }},
+        {"1+1"});
+    row("404", {manifest(404), tick, until("Something's wrong here")}, {"1+0"});
+    row("404, user", {noPackage, manifest(404), press}, {"1+0", "no package", Failed});
+    const Step checked = until("本地插件文件正确", 2);
+    row("not JSON", {manifest(200, "<html>"), tick, checked}, {"1+0"});
+    row("errno 7", {manifest(200, R"({"errno": 7, "data": {}})"), tick, checked}, {"1+0"});
+    row("errno as text",
+        {offer("1.2.4"),
+         [](UpdateScene &scene) {
+             QJsonObject body = scene.server.offered.toJson();
+             body["errno"] = "7";
+             manifest(200, QJsonDocument(body).toJson())(scene);
+         },
+         tick},
+        {"1+1", "game 1.2.4", "pver 1.2.4"});
+    row("no link", {offer("1.2.4", nameNoLink), tick, checked}, {"1+0"});
+    row("hostile version", {[](UpdateScene &scene) {
+            scene.window->OnPluginVersion("<img src='x'>" + QString(1000, 'x'));
+            auto *place = scene.widget<QLabel>("m_pluginver");
+            QVERIFY(place->text().size() <= 100 && place->textFormat() == Qt::PlainText);
+        }},
+        {"0+0"});
+}
+
+void tst_UpdateFlow::addPackages()
+{
+    const QStringList wrong{"unverified", "no package", Update, "badge"};
+    const Step wrongMd5 = offer("1.2.4", announceAnother);
+    const Step bad = offerPackage("1.2.4", noArchive);
+    HttpAnswer cut{200, QByteArray(100000, 'p')};
     cut.cutAfter = 50000;
-    QTest::newRow("wrong MD5") << manifestWith("md5", "0123456789abcdef0123456789abcdef")
-                               << bounded;
-    QTest::newRow("cut off") << answers(UpdateServer::Package, {cut}) << bounded;
-    // The runs go on behind a message that nobody closes, and bring no more of them.
-    QTest::newRow("cut off, nobody there") << Step([=](UpdateScene &scene) {
-        scene.server.answer(UpdateServer::Package, {cut});
-        scene.mayClose = [&scene] { return scene.packages() >= 7; };
-    }) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.messages.contains(Failed));
-        QVERIFY(scene.packages() >= 7);
-        QCOMPARE(scene.mostMessages, 1);
-    });
-    // Four re-installs after the first failure; nobody asked, so only the badge tells.
-    const Step retried = [](UpdateScene &scene) {
-        WAIT_FOR(isBadgeShown(scene));
-        QCOMPARE(scene.packages(), 5);
-        QCOMPARE(label(scene), Update);
-        QCOMPARE(scene.messages, QStringList());
-        WAIT_FOR(!scene.stored("lastcheckret").toBool());
-    };
-    QTest::newRow("no archive") << package([](const UpdateScene &) { return "no archive"; })
-                                << retried;
-    QTest::newRow("climbing entry") << package([](const UpdateScene &scene) {
-        Files::Tree tree = scene.plugin;
-        tree["mods/../../evil"] = "evil";
-        return Files::zip(tree);
-    }) << retried;
-    QTest::newRow("file missing in the package") << package([](const UpdateScene &scene) {
-        Files::Tree tree = scene.plugin;
-        tree.remove("mods/a.pyc");
-        return Files::zip(tree);
-    }) << retried;
+    // Four new looks at the server after the first wrong package; each later check has one try.
+    row("wrong MD5", {wrongMd5, tick, gaveUp()}, QStringList("5+5") + wrong);
+    row("wrong MD5, next check", {wrongMd5, tick, gaveUp(), tick}, QStringList("6+6") + wrong);
+    row("wrong MD5, user", {noPackage, wrongMd5, press},
+        QStringList("5+5") + wrong + QStringList(Failed));
+    row("cut off, user joins",
+        {wrongMd5, slowPackage, tick, packages(1), answers(UpdateServer::Package, {cut}), press},
+        QStringList("5+5") + wrong + QStringList(Failed));
+    row("counts wrong packages in a row",
+        {offer("1.2.4"), after({cut, cut}), tick, installed("1.2.4"), wrongMd5, tick, gaveUp()},
+        QStringList{"8+8", "game 1.2.4", "pver 1.2.4"} + wrong + QStringList(Toast));
+
+    // Four re-installations after the first failure; nobody asked, so only the badge tells.
+    row("no archive", {bad, tick, gaveUp()}, QStringList("5+5") + wrong);
+    row("no archive, user", {noPackage, bad, press}, {"1+1", "unverified", "no package", Failed});
+    row("counts retries until verified",
+        {bad, tick, packages(2), offer("1.2.4"), installed("1.2.4"), bad, tick, gaveUp()},
+        QStringList{"8+8", "game 1.2.4", "pver 1.2.4"} + wrong);
+    const Step more = offer("1.2.4", listMore), another = offer("1.2.4", listAnother);
+    row("file missing", {more, tick, gaveUp()},
+        {"5+5", "game 1.2.4", "unverified", Update, "badge"});
+    row("file missing, user", {noPackage, more, press},
+        {"1+1", "game 1.2.4", "unverified", Failed});
+    row("another file", {another, tick}, {"1+1", "game 1.2.4", Update, "badge"});
+    row("another file, user", {noPackage, another, press}, {"1+1", "game 1.2.4", Failed});
+    row("label at a check", {bad, tick, gaveUp(), manifest(404), tick},
+        {"6+5", "unverified", "no package", "badge"});
 }
 
-void tst_UpdateFlow::addFolderFaults()
+void tst_UpdateFlow::addFolders()
 {
-    QTest::newRow("unwritable target")
-        << Step([](UpdateScene &scene) { QDir().mkpath(scene.game() + "/mods/a.pyc/in the way"); })
-        << Step([](UpdateScene &scene) {
-               WAIT_FOR(isBadgeShown(scene));
-               QCOMPARE(scene.packages(), 5);
-               QCOMPARE(label(scene), Update);
-               QDir(scene.game() + "/mods/a.pyc").removeRecursively();
-           });
-    QTest::newRow("game folder gone")
-        << Step([](UpdateScene &scene) { QDir(scene.game()).removeRecursively(); })
-        << Step([](UpdateScene &scene) {
-               WAIT_FOR(scene.logged("OnAutoUpdate OnCheckFileResult failed") > 1);
-               QCOMPARE(scene.manifests(), 0);
-               QCOMPARE(scene.stored("game").toString(), QString());
-               QCOMPARE(scene.widget<QLineEdit>("m_GamePath")->text(), QString());
-               Files::write(scene.game() + "/WorldOfTanks.exe", {});
-               scene.window->OnSettingChanged("game", scene.game());
-           });
-    QTest::newRow("game folder goes during the download") << Step([](UpdateScene &scene) {
-        HttpAnswer slow = answer(200, scene.server.archive);
-        slow.bodyDelayMs = 500;
-        scene.server.answer(UpdateServer::Package, {slow});
-    }) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.packages() == 1);
-        QVERIFY(QDir(scene.game()).removeRecursively());
-        WAIT_FOR(scene.logged("OnCheckFileResult no game folder") == 1);
-        QVERIFY(!QDir(scene.game()).exists());
-        Files::write(scene.game() + "/WorldOfTanks.exe", {});
-    });
-    for (const char *interval : {"soon", "-5"}) {
-        QTest::newRow(qPrintable(QString("interval %1").arg(interval)))
-            << Step([=](UpdateScene &scene) { scene.set("interval", interval); })
-            << Step([](UpdateScene &scene) {
-                   WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-                   // The next tick is minutes away: stand in for it.
-                   scene.server.publish(scene.plugin, "1.2.4");
-                   scene.window->OnAutoUpdate();
-               });
-    }
+    // A manifest without news brings no version to record, and no checksum either.
+    row("altered file", {alter, tick}, {"2+1", "pver "});
+    row("altered file, nothing to fetch",
+        {alter, manifest(200, R"({"errno": 7})"), tick, until("http request error!!", 2)},
+        {"2+0", "game other", "no package"});
+    row("missing file", {removeFile, tick}, {"2+2", "pver ", Toast});
+    row("missing file, no link", {removeFile, offer("1.2.3", nameNoLink), tick},
+        {"1+0", "game other", "no package"});
+    row("last check failed", {set("lastcheckret", false)}, {}, {"2+2", "pver ", Toast});
+    row("game folder gone", {[](UpdateScene &scene) { QDir(scene.game()).removeRecursively(); }},
+        {until("OnSettingChanged \"game\""),
+         [](UpdateScene &scene) {
+             QCOMPARE(scene.widget<QLineEdit>("m_GamePath")->text(), QString());
+             QCOMPARE(scene.stored("game").toString(), QString());
+         },
+         choose},
+        {"2+2", "pver ", Toast});
+    row("game folder goes",
+        {offer("1.2.4"), slowPackage, tick, packages(1),
+         [](UpdateScene &scene) {
+             QVERIFY(QDir(scene.game()).removeRecursively());
+             WAIT_FOR(scene.logged("OnCheckFileResult no game folder") == 1);
+             QVERIFY(!QDir(scene.game()).exists());
+             QVERIFY(QDir().mkpath(scene.game()));
+         }},
+        {"1+1", "game none"});
 }
 
-void tst_UpdateFlow::addNormalRuns()
+void tst_UpdateFlow::addButton()
 {
-    QTest::newRow("first installation") << Step(none) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        WAIT_FOR(scene.stored("packagecheck") == Files::md5(scene.server.archive));
-        QTRY_COMPARE(scene.widget<QLabel>("m_updatedate")->text(), QString("2021-03-05"));
-        QTRY_COMPARE(scene.widget<QLabel>("m_pluginver")->text(), QString("1.2.3"));
-        QTRY_COMPARE(scene.widget<QLabel>("m_pGameSupportVersion")->text(), QString("1.12"));
-        QVERIFY(scene.widget<QProgressBar>("m_installprogressbar")->isHidden());
-        QVERIFY(scene.logged("currnt progress:") > 0);
-    });
-    QTest::newRow("nothing new") << Step(none) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.logged("本地插件文件正确，自动更新完成") > 1);
-        QCOMPARE(scene.packages(), 1);
-    });
-    const auto repair = [](const Step &damage) {
-        return Step([=](UpdateScene &scene) {
-            WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-            damage(scene);
-            WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-            QVERIFY(scene.packages() > 1);
-        });
-    };
-    QTest::newRow("altered file") << Step(none) << repair([](UpdateScene &scene) {
-        Files::write(scene.game() + "/res/模型/b.bin", "altered");
-    });
-    QTest::newRow("missing file") << Step(none) << repair([](UpdateScene &scene) {
-        QFile::remove(scene.game() + "/mods/a.pyc");
-    });
-    // Nothing to fetch: one look at the server and one more, then nothing before the next tick.
-    for (const char *body : {R"({"errno": 7})", "<html>"}) {
-        QTest::newRow(body) << Step([](UpdateScene &scene) { scene.set("interval", 3); })
-                            << Step([=](UpdateScene &scene) {
-                                   WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-                                   scene.server.answer(UpdateServer::Manifest, {answer(200, body)});
-                                   Files::write(scene.game() + "/mods/a.pyc", "altered");
-                                   WAIT_FOR(scene.logged("本地文件md5 不符，重新下载") > 1);
-                                   const int ticks = scene.logged("OnAutoUpdate start");
-                                   QVERIFY(scene.manifests() <= 2 * ticks);
-                               });
-    }
-    QTest::newRow("hidden: the tray flashes until shown") << Step([](UpdateScene &scene) {
-        package([](const UpdateScene &) { return "no archive"; })(scene);
-        scene.start(false);
-    }) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.logged("MainWindow::TrayShan(void)") == 1);
-        const auto flashes = scene.window->findChildren<QTimer *>();
-        const auto active = [&] {
-            return std::any_of(flashes.begin(), flashes.end(), [](const QTimer *timer) {
-                return timer->isActive() && timer->interval() == 500;
-            });
-        };
-        QVERIFY(active());
-        scene.window->show();
-        QVERIFY(!active());
-        QCOMPARE(scene.messages, QStringList());
-    });
+    row("package there", {alter, press}, {"0+0", "pver ", Toast});
+    row("no package", {noPackage, press}, {"1+1", "pver ", Toast});
+    row("during a download", {offer("1.2.4"), slowPackage, tick, packages(1), press},
+        {"1+1", "game 1.2.4", "pver 1.2.4", Toast});
+    const Step hang = answers(UpdateServer::Manifest, {silence()});
+    row("server hangs", {alter, hang, tick, press}, {"1+0", "pver ", Toast});
+    // One look at the server was before.
+    row("server hangs, no package",
+        {noPackage, hang, press, asked(UpdateServer::Manifest, 2), offer("1.2.4"), press},
+        {"2+1", "game 1.2.4", "pver 1.2.4", Toast});
+    row("local check ends during the run",
+        {alter,
+         [](UpdateScene &scene) {
+             auto *controller = MainController::instance();
+             QObject::connect(controller, &MainController::OnAutoUpdateCheckPluginsResult,
+                              scene.window.get(), &MainWindow::OnAutoUpdate);
+             const QVariant list = QVariant::fromValue(*scene.server.offered.files);
+             controller->StartAutoUpdateCheckPluginsFile(scene.game(), list);
+         },
+         press},
+        {"0+0", "pver ", Toast});
+    row("no game folder", {set("game", QString())},
+        {[](UpdateScene &scene) {
+             WAIT_FOR(scene.shown == QStringList("box 没有搜索到游戏客户端路径"));
+             press(scene);
+             WAIT_FOR(scene.shown.size() == 2);
+             QVERIFY(scene.shown.takeLast().contains("/zh-cn/game/download\">请前往下载 </a>"));
+         },
+         choose},
+        {"1+0", "box 没有搜索到游戏客户端路径"});
 }
 
-void tst_UpdateFlow::addButtonRuns()
+void tst_UpdateFlow::addWindow()
 {
-    QTest::newRow("button: no game folder")
-        << Step([](UpdateScene &scene) { scene.set("game", QString()); })
-        << Step([](UpdateScene &scene) {
-               WAIT_FOR(scene.messages.contains("没有搜索到游戏客户端路径"));
-               scene.press("m_installPlugin");
-               WAIT_FOR(scene.messages.size() == 2);
-               QVERIFY(scene.messages.last().contains("您还未设置游戏路径！"));
-               QVERIFY(scene.messages.last().contains("/zh-cn/game/download\">请前往下载 </a>"));
-               QCOMPARE(scene.manifests(), 0);
-               scene.window->OnSettingChanged("game", scene.game());
-           });
-    QTest::newRow("button: package there") << Step(none) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        Files::write(scene.game() + "/mods/a.pyc", "altered");
-        scene.press("m_installPlugin");
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        QCOMPARE(scene.packages(), 1);
-    });
-    QTest::newRow("button: server hanging") << Step(none) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        Files::write(scene.game() + "/mods/a.pyc", "altered");
-        HttpAnswer silent;
-        silent.silent = true;
-        scene.server.answer(UpdateServer::Manifest, {silent});
-        const int before = scene.manifests();
-        WAIT_FOR(scene.manifests() > before);
-        scene.press("m_installPlugin");
-        const int asked = scene.manifests();
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        QVERIFY(scene.manifests() <= asked + 1);
-        QCOMPARE(scene.packages(), 1);
-        QCOMPARE(scene.messages, QStringList());
-    });
-    QTest::newRow("button: package missing") << Step(none) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        // The window's copy of the settings lags the store by one exchange.
-        WAIT_FOR(scene.logged("OnSettingChanged \"packagecheck\"") == 2);
-        QVERIFY(QFile::remove(Paths::packageFile()));
-        scene.press("m_installPlugin");
-        WAIT_FOR(scene.packages() == 2);
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        QCOMPARE(scene.messages, QStringList());
-    });
-    QTest::newRow("button: pressed during the download") << Step([](UpdateScene &scene) {
-        HttpAnswer slow = answer(200, scene.server.archive);
-        slow.bodyDelayMs = 500;
-        scene.server.answer(UpdateServer::Package, {slow});
-    }) << Step([](UpdateScene &scene) {
-        WAIT_FOR(scene.packages() == 1);
-        scene.press("m_installPlugin");
-        WAIT_FOR(scene.isInstalled(scene.plugin, "1.2.3"));
-        QCOMPARE(scene.packages(), 1);
-        QCOMPARE(scene.messages, QStringList());
-    });
+    row("runs go on behind a box", {set("interval", 1)},
+        {until("本地插件文件正确"), noPackage, manifest(404), press, actBehindBox,
+         until("Something's wrong here", 3),
+         [](UpdateScene &scene) {
+             const int before = scene.server.count(UpdateServer::Package);
+             until("OnAutoUpdate start", scene.logged("OnAutoUpdate start") + 2)(scene);
+             QCOMPARE(scene.server.count(UpdateServer::Package), before);
+         }},
+        {"game 1.2.4", "pver 1.2.4", Failed});
+    row("hidden",
+        {[](UpdateScene &scene) { scene.start(false); }, offerPackage("1.2.4", noArchive)},
+        {gaveUp(),
+         [](UpdateScene &scene) {
+             QVERIFY(scene.state(false).contains("flashing"));
+             scene.window->show();
+         }},
+        {"unverified", "no package", Update, "badge"});
+    row("negative interval", {set("interval", -5)}, {[](UpdateScene &scene) {
+            WAIT_FOR(scene.logged("本地插件文件正确") == 1);
+            const auto timers = scene.window->findChildren<QTimer *>();
+            QVERIFY(std::any_of(timers.begin(), timers.end(), [](const QTimer *timer) {
+                return timer->isActive() && timer->interval() == 300000;
+            }));
+        }},
+        {"1+0"});
 }
 
 int main(int argc, char *argv[])
