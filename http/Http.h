@@ -41,6 +41,8 @@ public:
     /// How long each attempt may take until the first bytes of the body are there.
     std::chrono::milliseconds readTimeout() const { return m_readTimeout; }
     int maxRetries() const { return m_maxRetries; }
+    /// How long an attempt goes on without a sign of life from the other side.
+    std::chrono::milliseconds silence() const { return m_silence; }
 
 private:
     QMap<QByteArray, QByteArray> m_requestHeaders;

@@ -1,8 +1,11 @@
 #include "Http.h"
 #include "ReplyEvents.h"
 
+#include <QNetworkReply>
+
 namespace
 {
+using Milliseconds = std::chrono::milliseconds;
 constexpr int Short = 400;  // ms, a read time-out that a test can wait for
 constexpr int Long = 30000; // ms, one that no test runs into
 
@@ -18,6 +21,7 @@ struct Outcome {
     int status;
     QString log = {};
     QUrl url = {}; ///< asked for when there is no script
+    int silence = Long;
 };
 } // namespace
 Q_DECLARE_METATYPE(Outcome)
@@ -26,24 +30,43 @@ class tst_Http : public QObject
 {
     Q_OBJECT
 private slots:
-    void init() { m_server.reset(new HttpServer); }
+    void init();
+    void defaults();
     void outcome_data();
     void outcome();
     void redirects();
+    void cleanup();
     void cleanupTestCase();
 
 private:
     QScopedPointer<HttpServer> m_server;
+    QNetworkAccessManager *m_manager = nullptr;
 };
+
+void tst_Http::init()
+{
+    m_server.reset(new HttpServer);
+    const QScopedPointer<QNetworkReply> reply(Http().networkReply({m_server->url("/"), 2, {}, 0, {}}));
+    m_manager = reply->manager();
+}
+
+void tst_Http::defaults()
+{
+    const Http http;
+    QCOMPARE(http.readTimeout().count(), 10000);
+    QCOMPARE(http.maxRetries(), 3);
+    QCOMPARE(http.silence().count(), 60000);
+}
 
 void tst_Http::outcome_data()
 {
     QTest::addColumn<Outcome>("o");
     const HttpAnswer body{200, "0123456789"}, busy{503, "busy"};
-    HttpAnswer silent, cut = body, reset = body, lateBody = body, lateTail = body;
+    HttpAnswer silent, cut = body, lateBody = body, lateTail = body, slow = body, chunked;
     silent.silent = true;
     cut.cutAfter = 5;
-    reset.reset = true;
+    slow.bodyDelayMs = slow.tailDelayMs = 3 * Short;
+    chunked.raw = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz";
     lateBody.bodyDelayMs = 5 * Short;
     // Half a time-out, because very early bytes are not reported as progress.
     lateTail.bodyDelayMs = Short / 2;
@@ -59,7 +82,6 @@ void tst_Http::outcome_data()
     row("503 once", {Long, 2, {busy, body}, 2, 200, "Retrying 503 \"2\" %1"});
     row("503 HEAD", {Long, 1, {busy}, 5, 503, "Retrying 503 \"1\" %1"});
     row("503 POST", {Long, 4, {busy}, 1, 503});
-    row("silent GET", {Short, 2, {silent}, 4, 0, "Timeout %1"});
     row("silent POST", {Short, 4, {silent}, 1, 0, "Timeout %1"});
     row("silent once", {Short, 2, {silent, body}, 2, 200});
     row("head only", {Short, 2, {lateBody}, 4, 0, "Timeout %1"});
@@ -67,7 +89,11 @@ void tst_Http::outcome_data()
     row("503s, silence", {Short, 2, {busy, busy, busy, silent}, 4, 0});
     row("silence, 503s", {Short, 2, {silent, silent, silent, busy}, 5, 503});
     row("cut off", {Long, 2, {cut}, 1, 0});
-    row("reset", {Long, 2, {reset}, 0, 0});
+    row("slow", {Long, 2, {slow}, 1, 200, "", {}, 5 * Short});
+    row("silent tail", {Long, 2, {lateTail}, 1, 0, "", {}, 2 * Short});
+    row("spoilt chunk", {Long, 2, {chunked}, 0, 0, "", {}, Short});
+    for (const char *target : {"file:///etc/hostname", "data:,x", "ftp://127.0.0.1/"})
+        row(target, {Long, 2, {redirect(target)}, 1, 302, "Not an address of the web"});
     row("refused", {Long, 2, {}, 0, 0, "", HttpServer().url("/")});
     row("empty URL", {Long, 2, {}, 0, 0, "Empty URL"});
     row("unknown operation", {Long, 9, {}, 0, 0, "Unknown operation: 9", QUrl("http://h/")});
@@ -78,8 +104,7 @@ void tst_Http::outcome()
     QFETCH(Outcome, o);
     m_server->answer("/x", o.script);
     LogCapture capture;
-    Http::setDefaultReadTimeout(o.timeout);
-    Http http;
+    Http http(Milliseconds(o.timeout), 3, Milliseconds(o.silence));
     const QUrl url = o.script.isEmpty() ? o.url : m_server->url("//x?a=1&b");
     const QByteArray sent = o.operation == 3 || o.operation == 4 ? "sent" : "";
     const QString reason = o.status ? QString(" %1 Status %1").arg(o.status) : " 0 ";
@@ -118,8 +143,7 @@ void tst_Http::redirects()
     QVector<HttpAnswer> script(60, redirect("last"));
     m_server->answer("/e/last", script << HttpAnswer{200, "there"});
     LogCapture capture;
-    Http::setDefaultReadTimeout(Short);
-    Http http;
+    Http http{Milliseconds(Short)};
     const auto events = watch(http.request({first, 4, "sent", 4000000000, {{"X-Own", "1"}}}));
     QCOMPARE(end(events), success(last, 200, "there"));
     QVERIFY(capture.text.contains("Redirected to QUrl(\"" + last.toString() + "\")"));
@@ -149,6 +173,12 @@ void tst_Http::redirects()
     QCOMPARE(m_server->count("/d/first"), 1 + 3);
     QCOMPARE(m_server->count("/e/last"), 61 + 3);
     QVERIFY(!m_server->requests().last().headers.contains("range"));
+}
+
+void tst_Http::cleanup()
+{
+    // Whatever way a request takes, nothing of it stays behind.
+    QTRY_COMPARE(m_manager->findChildren<QNetworkReply *>().size(), 0);
 }
 
 void tst_Http::cleanupTestCase()

@@ -71,6 +71,10 @@ private:
             return;
         if (answer.reset)
             return reset();
+        if (!answer.raw.isEmpty()) {
+            m_socket->write(answer.raw);
+            return m_socket->disconnectFromHost();
+        }
         const QByteArray status = QByteArray::number(answer.status);
         QByteArray head = "HTTP/1.1 " + status + " Status " + status + "\r\n";
         for (const auto &header : answer.headers)

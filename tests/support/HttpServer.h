@@ -19,6 +19,7 @@ struct HttpAnswer {
     bool silent = false;   ///< never answer, keep the connection
     bool noLength = false; ///< omit Content-Length and close at the end
     int tailDelayMs = 0;   ///< between the first half of the body and the rest
+    QByteArray raw = {};   ///< if any, exactly these bytes in place of all that, then close
 };
 
 /// One request as it came over the wire.
