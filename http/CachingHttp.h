@@ -3,20 +3,28 @@
 #include "DiskCache.h"
 #include "Http.h"
 
+#include <QMap>
+#include <QPointer>
+#include <QVector>
+
 #include <functional>
 #include <memory>
 
+class HttpReply;
+class WrappedHttpReply;
+
 /// A client that keeps successful bodies in files and serves them when the network fails.
 ///
-/// The network is always asked first. Only whole documents fetched with GET take part; all other
-/// requests pass straight through. Belongs to one thread and has to outlive its replies.
+/// The network is always asked first. Only whole documents fetched with GET and the default headers
+/// take part; all other requests pass straight through. What is stored for an address is the answer
+/// to the latest request that had a good one. Belongs to one thread and has to outlive its replies.
 class CachingHttp : public Http
 {
 public:
     /// Says whether the body of a successful reply may be stored.
     using Validator = std::function<bool(const HttpReply &)>;
-    /// MIME type, without parameters, to validator; "*" stands for any type that is not listed. A
-    /// body of a type without validator is stored.
+    /// MIME type in any case, without parameters, to validator; "*" stands for any type that is not
+    /// listed. A body of a type without validator is stored.
     using Validators = QMap<QByteArray, Validator>;
 
     /// Sends through \a inner; for the store see DiskCache.
@@ -35,5 +43,6 @@ public:
 private:
     std::unique_ptr<Http> m_inner;
     DiskCache m_cache;
-    Validators m_validators;
+    Validators m_validators; ///< types in lower case
+    QVector<QPointer<WrappedHttpReply>> m_underWay;
 };

@@ -7,6 +7,7 @@
 #include <QDebug>
 #include <QDirIterator>
 #include <QFile>
+#include <QSaveFile>
 
 #include <mutex>
 
@@ -23,8 +24,9 @@ QDateTime birthTime(const QFileInfo &info)
 } // namespace
 
 DiskCache::DiskCache(const QByteArray &name, const QString &directory, qint64 maxSize)
-    : m_name(name),
-      m_directory(directory.endsWith(QLatin1Char('/')) ? directory : directory + QLatin1Char('/')),
+    : m_name(name), m_directory(directory.isEmpty() || directory.endsWith(QLatin1Char('/'))
+                                    ? directory
+                                    : directory + QLatin1Char('/')),
       m_maxSize(maxSize)
 {
 }
@@ -32,7 +34,9 @@ DiskCache::DiskCache(const QByteArray &name, const QString &directory, qint64 ma
 QString DiskCache::cachePath(const QByteArray &key) const
 {
     const QString relative = QString::fromLatin1(key.constData());
-    return Paths::staysInside(relative) ? m_directory + relative : QString();
+    // Without a directory the path would begin wherever the process happens to stand.
+    const bool isOurs = !m_directory.isEmpty() && Paths::staysInside(relative);
+    return isOurs ? m_directory + relative : QString();
 }
 
 QByteArray DiskCache::staleValue(const QByteArray &key)
@@ -60,17 +64,16 @@ void DiskCache::insert(const QByteArray &key, const QByteArray &value)
     const QString folder = path.left(path.lastIndexOf(QLatin1Char('/')));
     if (!QFileInfo::exists(folder))
         QDir().mkpath(folder);
-    QFile file(path);
+    // Half a value would be served as if it were whole, so until all of it is there the old one
+    // stays.
+    QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly)) {
         qWarning() << "Cannot create" << path;
         return;
     }
-    const bool written = file.write(value) == value.size() && file.flush();
-    file.close();
-    if (!written) {
-        // Half a value would be served as if it were whole.
+    // Committing alone would not notice what a full disk swallowed.
+    if (file.write(value) != value.size() || !file.flush() || !file.commit()) {
         qWarning() << "Cannot write" << path;
-        file.remove();
         return;
     }
 

@@ -10,8 +10,8 @@ class QDateTime;
 /// Values kept as one file each below a directory of their own.
 ///
 /// A key is the file's path relative to that directory, sub-directories included, read as Latin-1
-/// up to its first zero byte. A key that leads out of the directory is refused. Errors of the file
-/// system go to the log. Belongs to one thread.
+/// up to its first zero byte. A key that leads out of the directory is refused, and so is every key
+/// when the directory has no name. Errors of the file system go to the log. Belongs to one thread.
 class DiskCache
 {
 public:
@@ -22,7 +22,8 @@ public:
 
     /// The value of \a key, however old; null when there is none.
     QByteArray staleValue(const QByteArray &key);
-    /// Stores \a value, replacing an older one. May run pending events while it makes room.
+    /// Stores \a value, replacing an older one, which stays when the new one can't be written. May
+    /// run pending events while it makes room.
     void insert(const QByteArray &key, const QByteArray &value);
 
 private:
@@ -32,7 +33,7 @@ private:
     void printStatistics() const;
 
     const QByteArray m_name;
-    const QString m_directory; ///< with a slash at the end
+    const QString m_directory; ///< with a slash at the end, or empty
     const qint64 m_maxSize;
     qint64 m_currentSize = 0; ///< bytes; 0 until measured
     QMutex m_expireGuard;     ///< only ever tried, since events that expiry runs may insert

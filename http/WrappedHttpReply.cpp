@@ -6,6 +6,11 @@
 
 #include <QDebug>
 
+namespace
+{
+constexpr int PartialContent = 206;
+} // namespace
+
 WrappedHttpReply::WrappedHttpReply(HttpReply *origin, const CachingHttp &client, DiskCache &cache,
                                    const QByteArray &key)
     : m_client(client), m_cache(cache), m_key(key)
@@ -14,16 +19,24 @@ WrappedHttpReply::WrappedHttpReply(HttpReply *origin, const CachingHttp &client,
     connect(origin, &HttpReply::finished, this, &WrappedHttpReply::originFinished);
 }
 
+void WrappedHttpReply::becomeOutdated()
+{
+    m_outdated = true;
+}
+
 void WrappedHttpReply::originFinished(const HttpReply &reply)
 {
     qDebug() << reply.statusCode() << reply.url();
     if (!reply.isSuccessful() && serveStale(reply))
         return;
 
-    if (mayStore(reply))
+    if (mayStore(reply)) {
+        // Before, because inserting may run events.
+        emit aboutToStore();
         m_cache.insert(m_key, reply.body());
-    else
+    } else {
         qDebug() << "Not caching" << reply.statusCode() << reply.url();
+    }
 
     if (reply.isSuccessful())
         emit data(reply.body());
@@ -48,11 +61,11 @@ bool WrappedHttpReply::serveStale(const HttpReply &reply)
 
 bool WrappedHttpReply::mayStore(const HttpReply &reply) const
 {
-    if (!reply.isSuccessful())
+    if (!reply.isSuccessful() || reply.statusCode() == PartialContent || m_outdated)
         return false;
     const CachingHttp::Validators &validators = m_client.validators();
     // Parameters such as the character set are no part of the type.
-    const QByteArray type = reply.header("Content-Type").split(';').first().trimmed();
+    const QByteArray type = reply.header("Content-Type").split(';').first().trimmed().toLower();
     const CachingHttp::Validator accepts = validators.value(type, validators.value("*"));
     return !accepts || accepts(reply);
 }

@@ -19,6 +19,16 @@ public:
     WrappedHttpReply(HttpReply *origin, const CachingHttp &client, DiskCache &cache,
                      const QByteArray &key);
 
+    QByteArray key() const { return m_key; }
+
+public slots:
+    /// A later request has got its answer, so this one's will not be stored any more.
+    void becomeOutdated();
+
+signals:
+    /// The body is good and goes into the cache now.
+    void aboutToStore();
+
 private slots:
     void originFinished(const HttpReply &reply);
 
@@ -29,4 +39,5 @@ private:
     const CachingHttp &m_client;
     DiskCache &m_cache;
     const QByteArray m_key;
+    bool m_outdated = false;
 };

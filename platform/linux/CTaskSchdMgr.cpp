@@ -90,10 +90,10 @@ bool CTaskSchdMgr::CreateTask(const wchar_t *taskName, const wchar_t *programPat
     const QString path =
         entries.isEmpty() ? autostartFolder() + '/' + name + entrySuffix : entries.takeFirst();
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    file.write(text.toUtf8());
-    if (!file.commit())
+    const QByteArray bytes = text.toUtf8();
+    // Committing alone would not notice what a full disk swallowed.
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush() ||
+        !file.commit())
         return false;
     // Names that differ only in case are one task, which must not start twice.
     for (const QString &duplicate : entries)

@@ -46,7 +46,8 @@ private:
 void tst_Http::init()
 {
     m_server.reset(new HttpServer);
-    const QScopedPointer<QNetworkReply> reply(Http().networkReply({m_server->url("/"), 2, {}, 0, {}}));
+    const QScopedPointer<QNetworkReply> reply(
+        Http().networkReply({m_server->url("/"), 2, {}, 0, {}}));
     m_manager = reply->manager();
 }
 

@@ -1,9 +1,15 @@
+#include "CachedHttpReply.h"
 #include "CachingHttp.h"
 #include "Files.h"
 #include "ReplyEvents.h"
 #include "ThrottlingHttp.h"
 
 #include <QTemporaryDir>
+
+#ifdef Q_OS_UNIX
+#include <csignal>
+#include <sys/resource.h>
+#endif
 
 namespace
 {
@@ -27,6 +33,7 @@ struct CachingCase {
     QString log = {};
     int operation = 2;
     uint offset = 0;
+    QMap<QByteArray, QByteArray> headers = {};
 };
 } // namespace
 Q_DECLARE_METATYPE(CachingCase)
@@ -38,6 +45,8 @@ private slots:
     void init() { m_dir.reset(new QTemporaryDir); }
     void caching_data();
     void caching();
+    void lateAnswers();
+    void cachedReply();
     void cacheKeys();
     void expiry();
     void throttling();
@@ -50,7 +59,7 @@ private:
 void tst_HttpWrappers::caching_data()
 {
     QTest::addColumn<CachingCase>("c");
-    const HttpAnswer fresh{200, "new", {{"Content-Type", "text/html; charset=utf-8"}}}, gone{404};
+    const HttpAnswer fresh{200, "new", {{"Content-Type", "Text/HTML; charset=utf-8"}}}, gone{404};
     HttpAnswer cut = fresh;
     cut.cutAfter = 2;
     const QByteArray none;
@@ -61,12 +70,14 @@ void tst_HttpWrappers::caching_data()
     row("stale and empty", {"", gone, {}, true, "", ""});
     row("nothing stale", {none, gone, {}, false, "", none, "Not caching 404"});
     row("refused", {none, fresh, {{"text/html", false}, {"*", true}}, true, "new", none});
-    row("accepted", {none, fresh, {{"text/html", true}, {"*", false}}, true, "new", "new"});
+    row("accepted", {none, fresh, {{"TEXT/html", true}, {"*", false}}, true, "new", "new"});
     row("any refused", {none, fresh, {{"text/plain", true}, {"*", false}}, true, "new", none});
     row("no validator", {none, fresh, {{"text/plain", false}}, true, "new", "new"});
     row("unusable folder", {"!", fresh, {}, true, "new", none, "Cannot create"});
     row("POST", {"old", gone, {}, false, "", "old", "", 4});
-    row("part", {"old", fresh, {}, true, "new", "old", "", 2, 3});
+    row("from an offset", {"old", fresh, {}, true, "new", "old", "", 2, 3});
+    row("own headers", {"old", fresh, {}, true, "new", "old", "", 2, 0, {{"Authorization", "x"}}});
+    row("part", {"old", {206, "new"}, {}, true, "new", "old", "Not caching 206"});
 }
 
 void tst_HttpWrappers::caching()
@@ -88,14 +99,44 @@ void tst_HttpWrappers::caching()
     http.setValidators(validators);
     LogCapture capture;
 
-    const auto events = watch(http.request(url, c.operation, "", c.offset));
+    const auto events = watch(http.request({url, c.operation, "", c.offset, c.headers}));
     QCOMPARE(*events, QStringList());
     // Only the wrapper leaves the address out.
     const QString message = c.operation == 2 ? "Status 404" : url.toString() + " 404 Status 404";
-    QCOMPARE(end(events), c.good ? success(url, 200, c.data) : failure(url, 404, message));
+    const int status = c.answer.status == 206 ? 206 : 200;
+    QCOMPARE(end(events), c.good ? success(url, status, c.data) : failure(url, 404, message));
     QCOMPARE(QFile::exists(stored), !c.after.isNull());
     QVERIFY(c.after.isNull() || Files::read(stored) == c.after);
     QVERIFY2(capture.text.contains(c.log), qPrintable(capture.text));
+}
+
+/// The answer to the later of two requests is stored, whichever comes first.
+void tst_HttpWrappers::lateAnswers()
+{
+    CachingHttp http(std::make_unique<Http>(), "test", m_dir->path(), 0);
+    const QUrl url = m_server.url("/l"), other = m_server.url("/other");
+    for (const bool olderIsLate : {true, false}) {
+        HttpAnswer older{200, "older"}, newer{200, "newer"};
+        (olderIsLate ? older : newer).bodyDelayMs = 300;
+        m_server.answer("/l", {older, newer});
+        m_server.answer("/other", {newer});
+        const int before = m_server.count("/l");
+        const auto first = watch(http.get(url));
+        QTRY_COMPARE(m_server.count("/l"), before + 1);
+        const auto second = watch(http.get(url)), third = watch(http.get(other));
+        QCOMPARE(end(first), success(url, 200, "older"));
+        QCOMPARE(end(second), success(url, 200, "newer"));
+        QCOMPARE(end(third).size(), 3);
+        QCOMPARE(Files::read(m_dir->filePath(CachingHttp::cacheKey(url))), QByteArray("newer"));
+    }
+}
+
+void tst_HttpWrappers::cachedReply()
+{
+    auto *const reply = new CachedHttpReply("value", QUrl("http://h/"));
+    const auto events = watch(reply);
+    reply->emitSignals();
+    QCOMPARE(end(events), success(QUrl("http://h/"), 200, "value"));
 }
 
 void tst_HttpWrappers::cacheKeys()
@@ -107,8 +148,26 @@ void tst_HttpWrappers::cacheKeys()
         cache.insert(key, "value");
         QVERIFY(cache.staleValue(key).isNull());
     }
-    QCOMPARE(capture.text.count("Refusing key"), 3);
-    QCOMPARE(Files::readTree(m_dir->path()), (Files::Tree{{"cache/a/b", "value"}}));
+    DiskCache nowhere("nowhere", "", 0);
+    Files::write(m_dir->filePath("cache/c"), "not the cache's");
+    const QByteArray stranger = m_dir->filePath("cache/c").mid(1).toLocal8Bit();
+    nowhere.insert(stranger, "value");
+    QVERIFY(nowhere.staleValue(stranger).isNull());
+    QCOMPARE(capture.text.count("Refusing key"), 4);
+
+#ifdef Q_OS_UNIX
+    // The limit stands in for a full disk.
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit before = {};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit small{10, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    cache.insert("a/b", QByteArray(20, 'n'));
+    setrlimit(RLIMIT_FSIZE, &before);
+    QVERIFY(capture.text.contains("Cannot write"));
+#endif
+    QCOMPARE(Files::readTree(m_dir->path()),
+             (Files::Tree{{"cache/a/b", "value"}, {"cache/c", "not the cache's"}}));
 }
 
 void tst_HttpWrappers::expiry()
