@@ -6,11 +6,10 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
-ThrottledHttpReply::ThrottledHttpReply(const HttpRequest &req, Http &inner, int minInterval,
-                                       QElapsedTimer &clock)
+ThrottledHttpReply::ThrottledHttpReply(const HttpRequest &req, Http &inner,
+                                       std::chrono::milliseconds minInterval, QElapsedTimer &clock)
     : m_inner(inner), m_request(req), m_minInterval(minInterval), m_clock(clock)
 {
-    QMetaObject::invokeMethod(this, &ThrottledHttpReply::checkElapsed, Qt::QueuedConnection);
 }
 
 QUrl ThrottledHttpReply::url() const
@@ -20,7 +19,8 @@ QUrl ThrottledHttpReply::url() const
 
 void ThrottledHttpReply::checkElapsed()
 {
-    const qint64 elapsed = m_clock.isValid() ? m_clock.elapsed() : m_minInterval;
+    const std::chrono::milliseconds elapsed(m_clock.isValid() ? m_clock.elapsed()
+                                                              : m_minInterval.count());
     if (elapsed >= m_minInterval)
         return send();
 
@@ -30,8 +30,8 @@ void ThrottledHttpReply::checkElapsed()
         m_timer->setTimerType(Qt::PreciseTimer);
         connect(m_timer, &QTimer::timeout, this, &ThrottledHttpReply::checkElapsed);
     }
-    const int rest = int(m_minInterval - elapsed);
-    qDebug() << "Throttling" << m_request.url << QStringLiteral("%1ms").arg(rest);
+    const auto rest = m_minInterval - elapsed;
+    qDebug() << "Throttling" << m_request.url << QStringLiteral("%1ms").arg(rest.count());
     m_timer->start(rest);
 }
 
@@ -43,4 +43,5 @@ void ThrottledHttpReply::send()
     connect(reply, &HttpReply::error, this, &HttpReply::error);
     connect(reply, &HttpReply::finished, this, &HttpReply::finished);
     setParent(reply);
+    emit sent();
 }
