@@ -14,7 +14,8 @@ HttpReply *ThrottlingHttp::request(const HttpRequest &req)
     const auto next = [this] { startNext(); };
     QObject::connect(reply, &ThrottledHttpReply::sent, &m_waiting, next, Qt::QueuedConnection);
     QObject::connect(reply, &QObject::destroyed, &m_waiting, next, Qt::QueuedConnection);
-    QMetaObject::invokeMethod(&m_waiting, next, Qt::QueuedConnection);
+    if (m_waiting.children().size() == 1)
+        QMetaObject::invokeMethod(&m_waiting, next, Qt::QueuedConnection);
     return reply;
 }
 
