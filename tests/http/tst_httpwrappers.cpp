@@ -218,7 +218,7 @@ void tst_HttpWrappers::throttling()
     constexpr int Interval = 300, Count = 7;
     HttpAnswer slow{200, "t"};
     slow.bodyDelayMs = 12 * Interval;
-    m_server.answer("/t", {slow, {404}});
+    m_server.answer("/t", {slow, slow, slow, slow, {404}});
     auto http = std::make_unique<ThrottlingHttp>(std::make_unique<TimedHttp>(),
                                                  std::chrono::milliseconds(Interval));
     LogCapture capture;
