@@ -1,5 +1,8 @@
 #include "TerminationSignal.h"
 
+struct TerminationSignal::State {
+};
+
 TerminationSignal::TerminationSignal(std::function<void()>) {}
 
 TerminationSignal::~TerminationSignal() = default;
