@@ -2,6 +2,8 @@
 
 #include "SingleApplicationPrivate.h"
 
+#include <QDeadlineTimer>
+
 #include <cstdlib>
 
 SingleApplication::SingleApplication(int &argc, char *argv[], bool secondaryAllowed,
@@ -41,7 +43,7 @@ bool SingleApplication::sendToPrimary(QByteArray message, int timeout)
     if (!isSecondaryInstance())
         return false;
     return d->connectToPrimaryInstance(timeout, ConnectionKind::MessageSender) &&
-           d->writeToPrimary(message, timeout);
+           d->writeToPrimary(message, QDeadlineTimer(timeout));
 }
 
 qint64 SingleApplication::primaryProcessId() const

@@ -3,24 +3,21 @@
 #include "UserName.h"
 
 #include <QCryptographicHash>
+#include <QDeadlineTimer>
 #include <QDebug>
-#include <QElapsedTimer>
 #include <QRandomGenerator>
-#include <QThread>
+#include <QTimer>
 
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 
 namespace
 {
-constexpr int kShortestPauseMs = 8;
-constexpr int kPauseSpreadMs = 10;
-constexpr int kInconsistencyLimitMs = 5000;
-
-/// Rest of \a timeout, never negative: the sockets take that for "without limit".
-int remaining(int timeout, const QElapsedTimer &timer)
-{
-    return int(qMax<qint64>(0, timeout - timer.elapsed()));
-}
+constexpr std::chrono::milliseconds ShortestPause(8);
+constexpr int PauseSpread = 10; // milliseconds
+constexpr std::chrono::seconds InconsistencyLimit(5);
+constexpr std::chrono::hours KeepInterval(1);
 } // namespace
 
 SingleApplicationPrivate::SingleApplicationPrivate(SingleApplication *application) : q(application)
@@ -42,7 +39,7 @@ SingleApplicationPrivate::~SingleApplicationPrivate()
         server.reset();
         sharedBlock()->clearPrimary();
     }
-    // Released inside the gate: the last holder takes the block and its lock out of the system.
+    // Released inside the gate: the last holder takes the block out of the system.
     block->unlock();
     block.reset();
     gate->leave();
@@ -79,8 +76,8 @@ QString SingleApplicationPrivate::currentUserName() const
 
 void SingleApplicationPrivate::pauseRandomly()
 {
-    const int spread = QRandomGenerator::global()->bounded(kPauseSpreadMs);
-    QThread::msleep(ulong(kShortestPauseMs + spread));
+    const std::chrono::milliseconds spread(QRandomGenerator::global()->bounded(PauseSpread));
+    std::this_thread::sleep_for(ShortestPause + spread);
 }
 
 SharedBlock *SingleApplicationPrivate::sharedBlock() const
@@ -90,15 +87,12 @@ SharedBlock *SingleApplicationPrivate::sharedBlock() const
 
 bool SingleApplicationPrivate::lockBlock()
 {
-    gate->enter();
-    return block->lock();
+    return gate->lock(*block);
 }
 
 bool SingleApplicationPrivate::unlockBlock()
 {
-    const bool unlocked = block->unlock();
-    gate->leave();
-    return unlocked;
+    return gate->unlock(*block);
 }
 
 void SingleApplicationPrivate::resetBlock()
@@ -114,7 +108,9 @@ quint16 SingleApplicationPrivate::computeBlockChecksum() const
 void SingleApplicationPrivate::openBlock()
 {
     constexpr int size = sizeof(SharedBlock);
-    block = std::make_unique<QSharedMemory>(instanceKey);
+    place.emplace(instanceKey);
+    block = std::make_unique<QSharedMemory>();
+    place->nameBlock(*block);
     gate.emplace(block->nativeKey());
     gate->enter();
     gate->makeWay(size);
@@ -136,10 +132,9 @@ void SingleApplicationPrivate::openBlock()
 
 void SingleApplicationPrivate::awaitConsistentBlock()
 {
-    QElapsedTimer timer;
-    timer.start();
+    const QDeadlineTimer deadline(InconsistencyLimit);
     while (sharedBlock()->checksum != computeBlockChecksum()) {
-        if (timer.elapsed() > kInconsistencyLimitMs) {
+        if (deadline.hasExpired()) {
             qWarning() << "SingleApplication: Shared memory block has been in an inconsistent "
                           "state from more than 5s. Assuming primary instance failure.";
             resetBlock();
@@ -175,14 +170,18 @@ void SingleApplicationPrivate::becomePrimary()
     instanceId = 0;
 
     // A primary that crashed leaves its socket file behind on some platforms.
-    QLocalServer::removeServer(instanceKey);
+    QLocalServer::removeServer(place->serverName());
     server = std::make_unique<QLocalServer>();
     server->setSocketOptions(options & SingleApplication::PerUser
                                  ? QLocalServer::UserAccessOption
                                  : QLocalServer::WorldAccessOption);
-    server->listen(instanceKey);
+    server->listen(place->serverName());
     connect(server.get(), &QLocalServer::newConnection, this,
             &SingleApplicationPrivate::slotConnectionEstablished);
+
+    auto *const timer = new QTimer(q);
+    connect(timer, &QTimer::timeout, this, [this] { place->keep(); });
+    timer->start(KeepInterval);
 }
 
 void SingleApplicationPrivate::becomeSecondary()
@@ -208,8 +207,7 @@ void SingleApplicationPrivate::abortStartup(const char *reason)
 
 bool SingleApplicationPrivate::connectToPrimaryInstance(int timeout, ConnectionKind kind)
 {
-    QElapsedTimer timer;
-    timer.start();
+    const QDeadlineTimer deadline(qMax(0, timeout)); // a negative one would never expire
     if (!socket)
         socket = std::make_unique<QLocalSocket>();
     if (socket->state() == QLocalSocket::ConnectedState)
@@ -218,29 +216,28 @@ bool SingleApplicationPrivate::connectToPrimaryInstance(int timeout, ConnectionK
     for (;;) {
         pauseRandomly();
         if (socket->state() != QLocalSocket::ConnectingState)
-            socket->connectToServer(instanceKey);
+            socket->connectToServer(place->serverName());
         if (socket->state() == QLocalSocket::ConnectingState)
-            socket->waitForConnected(remaining(timeout, timer));
+            socket->waitForConnected(int(deadline.remainingTime()));
         if (socket->state() == QLocalSocket::ConnectedState)
             break;
-        if (timer.elapsed() >= timeout)
+        if (deadline.hasExpired())
             return false;
     }
 
     const QByteArray body = Greeting{instanceKey, kind, instanceId}.toBody();
     socket->write(Greeting::toHeader(quint64(body.size())));
-    return writeToPrimary(body, remaining(timeout, timer));
+    return writeToPrimary(body, deadline);
 }
 
-bool SingleApplicationPrivate::writeToPrimary(const QByteArray &bytes, int timeout)
+bool SingleApplicationPrivate::writeToPrimary(const QByteArray &bytes,
+                                              const QDeadlineTimer &deadline)
 {
-    QElapsedTimer timer;
-    timer.start();
     socket->write(bytes);
     bool written = false;
     // One wait ends with the first piece that the system takes; a long message has several.
     do
-        written = socket->waitForBytesWritten(remaining(timeout, timer));
+        written = socket->waitForBytesWritten(int(deadline.remainingTime()));
     while (written && socket->bytesToWrite() > 0);
     socket->flush();
     return written;

@@ -2,6 +2,7 @@
 
 #include "BlockGate.h"
 #include "Greeting.h"
+#include "MeetingPlace.h"
 #include "SharedBlock.h"
 #include "SingleApplication.h"
 
@@ -14,6 +15,8 @@
 
 #include <memory>
 #include <optional>
+
+class QDeadlineTimer;
 
 /// State and work of SingleApplication: the shared block, the primary's server with its
 /// connections, and the secondary's connection to it.
@@ -49,8 +52,8 @@ public:
 
     /// Connects and greets; reuses a connection that stands. False after \a timeout ms.
     bool connectToPrimaryInstance(int timeout, ConnectionKind kind);
-    /// Writes \a bytes on the standing connection. False when that takes more than \a timeout ms.
-    bool writeToPrimary(const QByteArray &bytes, int timeout);
+    /// Writes \a bytes on the standing connection. False when that takes until after \a deadline.
+    bool writeToPrimary(const QByteArray &bytes, const QDeadlineTimer &deadline);
 
     bool lockBlock();
     bool unlockBlock();
@@ -85,5 +88,6 @@ private:
     void readGreetingBody(QLocalSocket *peer);
     void refuse(QLocalSocket *peer);
 
-    std::optional<BlockGate> gate; ///< every use of the block and its lock happens inside
+    std::optional<MeetingPlace> place; ///< known as soon as the instance key is
+    std::optional<BlockGate> gate;     ///< every use of the block happens inside
 };

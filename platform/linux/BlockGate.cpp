@@ -117,6 +117,19 @@ void BlockGate::leave()
     m_state->file = -1;
 }
 
+bool BlockGate::lock(QSharedMemory &)
+{
+    enter();
+    return m_state->file != -1;
+}
+
+bool BlockGate::unlock(QSharedMemory &)
+{
+    const bool held = m_state->file != -1;
+    leave();
+    return held;
+}
+
 void BlockGate::makeWay(qint64 size)
 {
     const QByteArray &path = m_state->path;

@@ -1,5 +1,7 @@
 #include "BlockGate.h"
 
+#include <QSharedMemory>
+
 #include <cstddef>
 #include <vector>
 
@@ -116,6 +118,19 @@ void BlockGate::leave()
     if (m_state->inside)
         ReleaseMutex(m_state->mutex);
     m_state->inside = false;
+}
+
+bool BlockGate::lock(QSharedMemory &block)
+{
+    enter();
+    return block.lock();
+}
+
+bool BlockGate::unlock(QSharedMemory &block)
+{
+    const bool held = block.unlock();
+    leave();
+    return held;
 }
 
 // The system discards a block with its last holder, and keys are names, which nobody else uses.

@@ -16,7 +16,7 @@ int hold(const QString &key)
     QSharedMemory block(key);
     BlockGate gate(block.nativeKey());
     gate.enter();
-    if (!block.attach() || !block.lock())
+    if (!block.attach() || !gate.lock(block))
         return EXIT_FAILURE;
     std::puts("held");
     std::fflush(stdout);
@@ -46,10 +46,8 @@ void tst_blockgate::holderKilled()
         QVERIFY(holder.waitForReadyRead(PatienceMs));
         holder.kill();
         QVERIFY(holder.waitForFinished(PatienceMs));
-        gate.enter();
-        QVERIFY(block.lock()); // waits for ever where the lock is not given back
-        QVERIFY(block.unlock());
-        gate.leave();
+        QVERIFY(gate.lock(block)); // waits for ever where the lock is not given back
+        QVERIFY(gate.unlock(block));
     }
 }
 
