@@ -54,6 +54,18 @@ std::optional<QString> docTypeOf(const QByteArray &xml)
     return docType;
 }
 
+/// The reader hands out the comments in the declaration as if they stood behind it.
+void dropCommentsOf(Config &config)
+{
+    QDomNode node = config.document.firstChild();
+    while (!node.isNull()) {
+        const QDomNode next = node.nextSibling();
+        if (node.isComment() && config.docType.contains(node.nodeValue()))
+            config.document.removeChild(node);
+        node = next;
+    }
+}
+
 /// Without a game folder the path would start at the root of the drive.
 std::optional<Config> parse(const QString &gamePath)
 {
@@ -70,6 +82,7 @@ std::optional<Config> parse(const QString &gamePath)
     Config config{{}, *docType};
     if (!config.document.setContent(&reader, false))
         return std::nullopt;
+    dropCommentsOf(config);
     return config;
 }
 

@@ -29,6 +29,19 @@ bool isRedirect(int status)
     }
 }
 
+/// The system takes what fits and says why no more does only when it is asked again.
+bool writeAll(QFile &file, const QByteArray &bytes)
+{
+    qint64 written = 0;
+    while (written < bytes.size()) {
+        const qint64 length = file.write(bytes.constData() + written, bytes.size() - written);
+        if (length <= 0)
+            return false;
+        written += length;
+    }
+    return true;
+}
+
 int httpStatus(const QNetworkReply *reply)
 {
     return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -102,7 +115,8 @@ bool DownloadManager::openOutput(const Item &item)
     const QString fileName = item.savePath.isEmpty() ? fileNameForUrl(item.url) : item.savePath;
     qDebug() << "save file name " << fileName;
     m_output.setFileName(fileName);
-    if (m_output.open(QIODevice::WriteOnly))
+    // The network layer's buffer is enough, and so each write tells at once whether it went well.
+    if (m_output.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         return true;
 
     const QString reason = m_output.errorString();
@@ -137,8 +151,7 @@ void DownloadManager::downloadReadyRead()
 {
     if (!m_writeError.isEmpty() || !m_reply->isOpen())
         return;
-    const QByteArray bytes = m_reply->readAll();
-    if (m_output.write(bytes) == bytes.size())
+    if (writeAll(m_output, m_reply->readAll()))
         return;
     // The rest would only come to be thrown away.
     m_writeError = m_output.errorString();
@@ -175,9 +188,6 @@ void DownloadManager::downloadFinished()
     qDebug() << "downloadFinished";
     QNetworkReply *reply = m_reply;
     downloadReadyRead(); // what came with the end
-    // Small bodies reach the disk only now.
-    if (m_writeError.isEmpty() && !m_output.flush())
-        m_writeError = m_output.errorString();
     m_output.close();
     if (!m_writeError.isEmpty()) {
         drop(m_writeError);

@@ -1,40 +1,62 @@
 #include "ApplicationSettings.h"
 #include "Files.h"
 #include "MainController.h"
+#include "RowRunner.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
 
-/// One case a process, since the controller is.
+#include <memory>
+
+/// What was set is in the file at the end, also when it still had to wait for a long check.
 class tst_ControllerExit : public QObject
 {
     Q_OBJECT
 private slots:
-    /// What was set is in the file after the end, also when it still had to wait for a long check.
-    void keepsSettings()
-    {
-        QTemporaryDir dir;
-        QDir::setCurrent(dir.path());
-        Files::write("large", QByteArray(50 << 20, 'x'));
-        const PluginFileList list{{"mods/a.pyc", "1"}};
-        {
-            int argc = 1;
-            char name[] = "test", *argv[] = {name, nullptr};
-            QCoreApplication application(argc, argv);
-            MainController *controller = MainController::instance();
-            controller->StartCheckFileMd5(QString(), "large");
-            controller->WriteSetting(ApplicationSettings::KeyGame, "folder");
-            controller->WriteSetting(ApplicationSettings::KeyFilesMd5, QVariant::fromValue(list));
-        }
-        const QSettings file(ApplicationSettings::FileName, QSettings::IniFormat);
-        QCOMPARE(file.value(ApplicationSettings::KeyGame).toString(), QString("folder"));
-        QCOMPARE(file.value("plugins/mods/a.pyc").toString(), QString("1"));
-        QDir::setCurrent(QDir::rootPath());
-    }
+    void keepsSettings_data();
+    void keepsSettings();
 };
 
-QTEST_APPLESS_MAIN(tst_ControllerExit)
+void tst_ControllerExit::keepsSettings_data()
+{
+    QTest::addColumn<bool>("sessionEnds");
+    QTest::newRow("the application object goes") << false;
+    // The system tells no more than this, and kills the process soon after.
+    QTest::newRow("the session ends") << true;
+}
+
+void tst_ControllerExit::keepsSettings()
+{
+    QFETCH(bool, sessionEnds);
+    QTemporaryDir dir;
+    QDir::setCurrent(dir.path());
+    Files::write("large", QByteArray(20 << 20, 'x'));
+    const PluginFileList list{{"mods/a.pyc", "1"}};
+    int argc = 1;
+    char name[] = "test", *argv[] = {name, nullptr};
+    auto application = std::make_unique<QCoreApplication>(argc, argv);
+    MainController *controller = MainController::instance();
+    controller->StartCheckFileMd5(QString(), "large");
+    controller->WriteSetting(ApplicationSettings::KeyGame, "folder");
+    controller->WriteSetting(ApplicationSettings::KeyFilesMd5, QVariant::fromValue(list));
+    if (sessionEnds)
+        QMetaObject::invokeMethod(application.get(), "aboutToQuit", Qt::DirectConnection);
+    else
+        application.reset();
+    const QByteArray file = Files::read("brekka.ini");
+    QVERIFY2(file.contains("game=folder") && file.contains("mods\\a.pyc=1"), file);
+    QDir::setCurrent(QDir::rootPath());
+}
+
+int main(int argc, char *argv[])
+{
+    std::unique_ptr<QCoreApplication> runner;
+    if (argc == 1)
+        runner = std::make_unique<QCoreApplication>(argc, argv);
+    tst_ControllerExit test;
+    return runEachRowAlone(argc, argv, "keepsSettings", &test);
+}
+
 #include "tst_controllerexit.moc"

@@ -36,6 +36,7 @@ private slots:
     void reads();
     void writes_data();
     void writes();
+    void writesWhereNoFileFitsBeside();
 
 private:
     QString path() const { return m_game->filePath("mods/configs/corvane.xml"); }
@@ -68,6 +69,12 @@ void tst_PluginConfig::reads_data()
     QTest::newRow("no setting") << document({}) << "1.12.0 0 0 0 1.2";
     QTest::newRow("nothing known") << QByteArray("<r/>") << "0 0 0 ";
     QTest::newRow("not well-formed") << QByteArray("<r><setting>1</r>") << QString();
+    const auto nested = [](int depth) {
+        return document(QByteArray("<n>").repeated(depth) + QByteArray("</n>").repeated(depth));
+    };
+    QTest::newRow("nested deep") << nested(999) << "1.12.0 0 0 0 1.2";
+    QTest::newRow("nested too deep") << nested(1000) << QString();
+    QTest::newRow("nested far too deep") << nested(200000) << QString();
 }
 
 void tst_PluginConfig::reads()
@@ -105,6 +112,18 @@ void tst_PluginConfig::writes_data()
     word("no number", "on", true, "3674210304");
     const QByteArray tooLarge = document("<setting>4294967296</setting>");
     QTest::newRow("too large") << tooLarge << true << tooLarge;
+    // Other programs' ways to store the same text.
+    const QString text = document("<setting>0</setting>").replace("模型", "不\nb &amp; c");
+    const QByteArray lines = rewritten("3674210304").replace("模型", "不\nb &amp; c");
+    QTest::newRow("CRLF") << QString(text).replace("\n", "\r\n").toUtf8() << true << lines;
+    QTest::newRow("byte order mark") << "\xef\xbb\xbf" + text.toUtf8() << true << lines;
+    QTest::newRow("UTF-16") << QTextCodec::codecForName("UTF-16")->fromUnicode(
+                                   "<?xml version='1.0' encoding='UTF-16'?>" +
+                                   QString(text).replace("\n", "\r\n"))
+                            << true << lines;
+    const QByteArray docType = "<!DOCTYPE root [\n  <!ENTITY  a 'b'> <!-- > -->\n]>\n";
+    QTest::newRow("document type") << docType + text.toUtf8() << true
+                                   << QByteArray(lines).insert(lines.indexOf('\n') + 1, docType);
     QTest::newRow("not well-formed") << QByteArray("<r>") << true << QByteArray("<r>");
     QTest::newRow("missing") << QByteArray() << true << QByteArray();
 }
@@ -122,6 +141,22 @@ void tst_PluginConfig::writes()
     QCOMPARE(complete.count(), 1);
     QCOMPARE(Files::readTree(m_game->path()).values(),
              before.isEmpty() ? QList<QByteArray>() : QList<QByteArray>{after});
+}
+
+/// As in a folder that is not the user's to write to, though the file is: here a name would become
+/// too long for the system.
+void tst_PluginConfig::writesWhereNoFileFitsBeside()
+{
+#ifdef Q_OS_UNIX
+    const int rest = PATH_MAX - 1 - path().size();
+    QString game =
+        m_game->path() + QString("/./").repeated(rest / 3) + QString("/").repeated(rest % 3);
+    Files::write(path(), document("<setting>0</setting>"));
+    PluginConfigDataReader().writePluginConfigData(true, true, true, game);
+    QCOMPARE(Files::readTree(m_game->path()).values(), QList<QByteArray>{rewritten("3674210304")});
+#else
+    QSKIP("Paths have another limit here.");
+#endif
 }
 
 QTEST_GUILESS_MAIN(tst_PluginConfig)

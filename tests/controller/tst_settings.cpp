@@ -12,14 +12,13 @@ class tst_Settings : public QObject
 private slots:
     void init();
     void firstStart();
-    void interval_data();
-    void interval();
+    void loads_data();
+    void loads();
     void fileList();
 
 private:
-    static ApplicationSettings::settings load()
+    static ApplicationSettings::settings load(SettingsProcessor &store)
     {
-        SettingsProcessor store;
         QSignalSpy ready(&store, &SettingsProcessor::SettingReady);
         store.RefreshSettings();
         return ready.value(0).value(0).value<ApplicationSettings::settings>();
@@ -36,28 +35,49 @@ void tst_Settings::init()
 
 void tst_Settings::firstStart()
 {
-    const ApplicationSettings::settings record = load();
+    auto store = std::make_unique<SettingsProcessor>();
+    const auto record = load(*store);
+    store.reset();
     QVERIFY(record.game.isEmpty() && record.pver.isEmpty() && record.plugins.isEmpty());
     QCOMPARE(record.interval, 300);
     QVERIFY(record.pluginloaderplayopen && !record.autorun && !record.lastcheckret);
-    const QByteArray file = Files::read("brekka.ini"); // the store is gone, so all is written
+    const QByteArray file = Files::read("brekka.ini");
     QVERIFY2(file.contains("interval=300") && file.contains("pluginloaderplayopen=true"), file);
 }
 
-void tst_Settings::interval_data()
+/// Each value comes from its own key, as it stands in the file when it is asked for, and stays.
+void tst_Settings::loads_data()
 {
+    QTest::addColumn<QByteArray>("interval");
     QTest::addColumn<int>("read");
-    QTest::newRow("0") << 300;
-    QTest::newRow("soon") << 300;
-    QTest::newRow("7") << 7;
+    QTest::newRow("7") << QByteArray("7") << 7;
+    QTest::newRow("0") << QByteArray("0") << 300;
+    QTest::newRow("soon") << QByteArray("soon") << 300;
 }
 
-void tst_Settings::interval()
+void tst_Settings::loads()
 {
+    QFETCH(QByteArray, interval);
     QFETCH(int, read);
-    Files::write("brekka.ini", QByteArray("[General]\ninterval=") + QTest::currentDataTag() + '\n');
-    QCOMPARE(load().interval, read);
-    QVERIFY(Files::read("brekka.ini").contains("interval=" + QByteArray::number(read)));
+    SettingsProcessor store;
+    Files::write("brekka.ini", "[General]\ngame=a\npver=b\nupdatedate=c\n"
+                               "PluginSupportGameVersion=d\npackagecheck=e\nautorun=" +
+                                   QByteArray(read == 7 ? "true" : "false") +
+                                   "\nlastcheckret=" + QByteArray(read == 7 ? "false" : "true") +
+                                   "\npluginloaderplayopen=false\ninterval=" + interval + '\n');
+    const auto record = load(store);
+    QCOMPARE((QStringList{record.game, record.pver, record.updatedate,
+                          record.PluginSupportGameVersion, record.packagecheck}),
+             (QStringList{"a", "b", "c", "d", "e"}));
+    QCOMPARE(record.autorun, read == 7);
+    QCOMPARE(record.lastcheckret, read != 7);
+    QVERIFY(!record.pluginloaderplayopen);
+    QCOMPARE(record.interval, read);
+    // A single setting is on the disk at once, and takes what waits along.
+    store.WriteSetting("game", "new");
+    const QByteArray file = Files::read("brekka.ini");
+    QVERIFY2(file.contains("game=new\n"), file);
+    QVERIFY2(file.contains("interval=" + QByteArray::number(read) + '\n'), file);
 }
 
 void tst_Settings::fileList()
@@ -75,7 +95,8 @@ void tst_Settings::fileList()
         store.WriteSetting("FileMd5", "an ordinary key");
     }
     const PluginFileList expected{{"mods\\\\a.pyc", "1"}, {"mods/模型.pyc", "2"}, {"c", "3"}};
-    QCOMPARE(load().plugins, expected);
+    SettingsProcessor store;
+    QCOMPARE(load(store).plugins, expected);
     QVERIFY(Files::read("brekka.ini").contains("FileMd5=an ordinary key"));
 }
 
