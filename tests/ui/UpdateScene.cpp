@@ -11,6 +11,8 @@
 #include <QProgressBar>
 #include <QSettings>
 
+#include <algorithm>
+
 namespace
 {
 QStringList *debugLines = nullptr;
@@ -24,15 +26,6 @@ void record(QtMsgType type, const QMessageLogContext &context, const QString &te
         *debugLines += text;
     }
     standardHandler(type, context, text);
-}
-
-bool hasTimer(const QObject *owner, int interval)
-{
-    for (const QTimer *timer : owner->findChildren<QTimer *>()) {
-        if (timer->isActive() && timer->interval() == interval)
-            return true;
-    }
-    return false;
 }
 } // namespace
 
@@ -139,13 +132,24 @@ QStringList UpdateScene::state(bool requests) const
                       .arg(server.count(UpdateServer::Package) - m_packagesBefore));
     add(version != "1.2.3", "game " + version);
     add(pver != "1.2.3", "pver " + pver);
+    const QString check = stored("packagecheck").toString();
+    add(check.isEmpty(), "no check");
+    add(!check.isEmpty() && check != server.offered.packageMd5, "check old");
     add(!stored("lastcheckret").toBool(), "unverified");
     add(!QFile::exists(Paths::packageFile()), "no package");
     add(label != "安装插件", label);
     add(!widget<QLabel>("m_newversion")->isHidden(), "badge");
     add(!widget<QProgressBar>("m_installprogressbar")->isHidden(), "bar");
-    add(hasTimer(window.get(), 500), "flashing");
+    add(hasTimer(500), "flashing");
     return state + shown;
+}
+
+bool UpdateScene::hasTimer(int interval) const
+{
+    const auto timers = window->findChildren<QTimer *>();
+    return std::any_of(timers.begin(), timers.end(), [interval](const QTimer *timer) {
+        return timer->isActive() && timer->interval() == interval;
+    });
 }
 
 int UpdateScene::logged(const QString &text) const

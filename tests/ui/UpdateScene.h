@@ -36,6 +36,8 @@ public:
     /// what the user was shown meanwhile. \a requests counts them, too, as manifests + packages.
     QStringList state(bool requests) const;
     bool isInstalled(const QString &version) const;
+    /// Whether the window has a timer of so many milliseconds at work.
+    bool hasTimer(int interval) const;
     /// How often a debug line with \a text was written.
     int logged(const QString &text) const;
     /// Every file where none belongs.
