@@ -1,6 +1,6 @@
 #include "PluginConfigDataReader.h"
 
-#include "SettingWord.h"
+#include "PluginOptions.h"
 
 #include <QDebug>
 #include <QDomDocument>
@@ -102,7 +102,7 @@ QDomElement child(const QDomDocument &document, const char *name)
     return document.documentElement().firstChildElement(QLatin1String(name));
 }
 
-void logPadding(const SettingWord &word)
+void logPadding(const PluginOptions &word)
 {
     if (word.binary().size() < word.digits().size())
         qDebug() << "plugin version code not enough32 " << word.value() << word.isNumber();
@@ -137,15 +137,15 @@ void PluginConfigDataReader::readPluginConfigData(QString strGamePath)
         emit pluginSupportGameVersion(gameVersion);
     }
 
-    const SettingWord word(child(document, "setting").text());
+    const PluginOptions word(child(document, "setting").text());
     logPadding(word);
-    const bool helloMessage = word.isOn(SettingWord::HelloMessage);
+    const bool helloMessage = word.isOn(PluginOptions::HelloMessage);
     qDebug() << "plugin hello message  " << helloMessage;
     emit pluginHelloMessageOpen(helloMessage);
-    const bool uploadStandings = word.isOn(SettingWord::UploadStandings);
+    const bool uploadStandings = word.isOn(PluginOptions::UploadStandings);
     qDebug() << "plugin UploadStanding " << uploadStandings;
     emit pluginUploadStandingsOpen(uploadStandings);
-    const bool uploadReplay = word.isOn(SettingWord::UploadReplay);
+    const bool uploadReplay = word.isOn(PluginOptions::UploadReplay);
     qDebug() << "plugin UploadReplay " << uploadReplay;
     emit pluginUploadReplayOpen(uploadReplay);
     qDebug() << "plugin strVersionAll " << word.encodedVersion();
@@ -163,7 +163,7 @@ void PluginConfigDataReader::writePluginConfigData(bool bHelloMessageOpen,
         return;
     }
     const QDomElement setting = child(config->document, "setting");
-    SettingWord word(setting.text());
+    PluginOptions word(setting.text());
     qDebug() << "plugin version code" << setting.text();
     qDebug() << "plugin version code in int " << word.value() << word.isNumber();
     if (word.isTooLarge()) {
@@ -175,9 +175,9 @@ void PluginConfigDataReader::writePluginConfigData(bool bHelloMessageOpen,
     qDebug() << "plugin version code in string " << word.binary();
     logPadding(word);
 
-    word.set(SettingWord::HelloMessage, bHelloMessageOpen);
-    word.set(SettingWord::UploadStandings, bUploadStandingsOpen);
-    word.set(SettingWord::UploadReplay, bUploadReplayOpen);
+    word.set(PluginOptions::HelloMessage, bHelloMessageOpen);
+    word.set(PluginOptions::UploadStandings, bUploadStandingsOpen);
+    word.set(PluginOptions::UploadReplay, bUploadReplayOpen);
     const QString digits = word.digits();
     qDebug() << "plugin version code strNew " << digits << "/" << digits.size();
     qDebug() << "plugin version code strNew " << word.value() << true;

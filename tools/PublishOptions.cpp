@@ -7,7 +7,7 @@
 
 namespace
 {
-const QString DateFormat = QStringLiteral("yyyy-MM-dd HH:mm:ss");
+constexpr char DateFormat[] = "yyyy-MM-dd HH:mm:ss";
 
 bool isServerAddress(const QString &text)
 {

@@ -2,7 +2,6 @@
 
 #include "PluginFileList.h"
 
-#include <QLatin1String>
 #include <QMetaType>
 #include <QString>
 
@@ -10,20 +9,20 @@
 namespace ApplicationSettings
 {
 /// The settings file; it has no directory, so it lies in the process's current one.
-constexpr QLatin1String FileName("brekka.ini");
+constexpr char FileName[] = "brekka.ini";
 
-constexpr QLatin1String KeyGame("game");
-constexpr QLatin1String KeyPluginVersion("pver");
-constexpr QLatin1String KeyUpdateDate("updatedate");
-constexpr QLatin1String KeySupportGameVersion("PluginSupportGameVersion");
-constexpr QLatin1String KeyPackageMd5("packagecheck");
-constexpr QLatin1String KeyLastCheckResult("lastcheckret");
-constexpr QLatin1String KeyAutoRun("autorun");
-constexpr QLatin1String KeyReplayUpload("pluginloaderplayopen");
-constexpr QLatin1String KeyInterval("interval");
+constexpr char KeyGame[] = "game";
+constexpr char KeyPluginVersion[] = "pver";
+constexpr char KeyUpdateDate[] = "updatedate";
+constexpr char KeySupportGameVersion[] = "PluginSupportGameVersion";
+constexpr char KeyPackageMd5[] = "packagecheck";
+constexpr char KeyLastCheckResult[] = "lastcheckret";
+constexpr char KeyAutoRun[] = "autorun";
+constexpr char KeyReplayUpload[] = "pluginloaderplayopen";
+constexpr char KeyInterval[] = "interval";
 /// The name under which the plugin file list is written; in the file it is the group below.
-constexpr QLatin1String KeyFilesMd5("filemd5");
-constexpr QLatin1String GroupPlugins("plugins");
+constexpr char KeyFilesMd5[] = "filemd5";
+constexpr char GroupPlugins[] = "plugins";
 
 /// Seconds between two automatic checks when the file says nothing useful.
 constexpr int DefaultInterval = 300;

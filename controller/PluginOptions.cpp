@@ -1,4 +1,4 @@
-#include "SettingWord.h"
+#include "PluginOptions.h"
 
 #include <algorithm>
 #include <limits>
@@ -6,15 +6,15 @@
 namespace
 {
 /// The two bits of an option.
-quint32 mask(SettingWord::Option option)
+quint32 mask(PluginOptions::Option option)
 {
     const auto bit = [](int position) { return quint32(1) << (31 - position); };
     switch (option) {
-    case SettingWord::HelloMessage:
+    case PluginOptions::HelloMessage:
         return bit(0) | bit(7);
-    case SettingWord::UploadStandings:
+    case PluginOptions::UploadStandings:
         return bit(1) | bit(6);
-    case SettingWord::UploadReplay:
+    case PluginOptions::UploadReplay:
         return bit(3) | bit(4);
     }
     Q_UNREACHABLE();
@@ -27,7 +27,7 @@ bool isAllDigits(const QString &text)
 }
 } // namespace
 
-SettingWord::SettingWord(const QString &text)
+PluginOptions::PluginOptions(const QString &text)
 {
     const quint64 number = text.toULongLong(&m_isNumber);
     // More digits than 64 bits hold do not parse, but they are a number all the same.
@@ -39,12 +39,12 @@ SettingWord::SettingWord(const QString &text)
         m_value = quint32(number);
 }
 
-bool SettingWord::isOn(Option option) const
+bool PluginOptions::isOn(Option option) const
 {
     return (m_value & mask(option)) == mask(option);
 }
 
-void SettingWord::set(Option option, bool on)
+void PluginOptions::set(Option option, bool on)
 {
     if (on)
         m_value |= mask(option);
@@ -52,7 +52,7 @@ void SettingWord::set(Option option, bool on)
         m_value &= ~mask(option);
 }
 
-QString SettingWord::encodedVersion() const
+QString PluginOptions::encodedVersion() const
 {
     return QStringLiteral("%1.%2.%3")
         .arg(m_value >> 16 & 0xff)

@@ -5,12 +5,12 @@
 /// The plugin's options as its configuration file holds them: a 32-bit number in decimal text. Each
 /// option stands in two bits, counted here from the most significant one (position 0), and is on
 /// only when both are set; the bits between them and the low 24 belong to the plugin.
-class SettingWord
+class PluginOptions
 {
 public:
     enum Option { HelloMessage, UploadStandings, UploadReplay };
 
-    explicit SettingWord(const QString &text);
+    explicit PluginOptions(const QString &text);
 
     /// The text was an unsigned number that fits; otherwise the word counts as 0.
     bool isNumber() const { return m_isNumber; }
