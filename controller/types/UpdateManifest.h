@@ -21,6 +21,11 @@ struct UpdateManifest {
     std::optional<PluginFileList> files; ///< paths with slashes or backslashes
     std::optional<QString> link;         ///< where the package can be fetched
 
+    // Only a signed manifest has these.
+    std::optional<QString> packageSha256; ///< 64 lowercase hexadecimal digits
+    std::optional<QString> serial;        ///< when it was published, in seconds since 1970, UTC
+    std::optional<QString> signature;     ///< Base64; see ManifestSignature
+
     /// Reads what a server sent. Files that would leave the game folder are left out.
     static UpdateManifest fromJson(const QJsonObject &body);
     QJsonObject toJson() const;
