@@ -61,7 +61,7 @@ int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver
     parser.process(application);
 
     QSettings settings(ApplicationSettings::FileName, QSettings::IniFormat);
-    MainWindow window(Hosts::read(settings));
+    MainWindow window(Hosts::read(settings), ManifestSignature::keysFromText(BREKKA_PUBLIC_KEYS));
     receiver.setMainWindow(&window);
     MainController *controller = MainController::instance();
     if (parser.isSet(uninstallOption)) {

@@ -2,6 +2,7 @@
 
 #include "Paths.h"
 #include "PluginFileList.h"
+#include "Sha256.h"
 
 #include <QCryptographicHash>
 #include <QDebug>
@@ -19,6 +20,20 @@ void CheckPluginFile::CheckFileMd5(QString strMd5, QString FilePath)
         right = md5 == strMd5;
         qDebug() << "out:" << md5;
         qDebug() << "CheckFileMd5" << right;
+    }
+    emit ReturnFileIsRight(FilePath, right);
+}
+
+void CheckPluginFile::CheckPackage(QString strMd5, QString strSha256, QString FilePath)
+{
+    qDebug() << "CheckPackage" << FilePath << " md5::" << strMd5 << "sha256:" << strSha256;
+    bool right = false;
+    if (QFileInfo::exists(FilePath)) {
+        Sha256 sha256;
+        const bool md5Right = getFileMd5(FilePath, &sha256) == strMd5;
+        const QByteArray digest = sha256.result().toHex();
+        right = md5Right && !digest.isEmpty() && QString::fromLatin1(digest) == strSha256;
+        qDebug() << "CheckPackage" << right << digest;
     }
     emit ReturnFileIsRight(FilePath, right);
 }
@@ -59,6 +74,11 @@ CheckPluginFile::BadFile CheckPluginFile::firstBadFile(const QString &gamePath,
 
 QString CheckPluginFile::GetFileMd5(QString path)
 {
+    return getFileMd5(path, nullptr);
+}
+
+QString CheckPluginFile::getFileMd5(const QString &path, Sha256 *sha256)
+{
     constexpr qint64 ChunkSize = 10240;
     char chunk[ChunkSize];
 
@@ -75,6 +95,8 @@ QString CheckPluginFile::GetFileMd5(QString path)
         if (length < 1)
             break;
         hash.addData(chunk, int(length));
+        if (sha256)
+            sha256->addData(chunk, length);
         remaining -= length;
     }
     file.close();

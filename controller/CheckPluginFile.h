@@ -4,6 +4,8 @@
 #include <QString>
 #include <QVariant>
 
+class Sha256;
+
 /// Decides whether files on disk are the ones that the update server describes.
 ///
 /// Lives on the worker thread and blocks it while it reads. Every request is answered by exactly
@@ -18,6 +20,9 @@ public:
 public slots:
     /// Checks one file: \a strMd5 is the expected checksum. Answered by ReturnFileIsRight.
     void CheckFileMd5(QString strMd5, QString FilePath);
+    /// Checks one file by both checksums, in hexadecimal, in one reading. Answered by
+    /// ReturnFileIsRight.
+    void CheckPackage(QString strMd5, QString strSha256, QString FilePath);
     /// Checks the files of a PluginFileList (\a value) below \a strGamePath, up to the first bad
     /// one; entries with "xml" in their path are the player's to change and are skipped. Answered
     /// by ReturnPluginsCheckResult.
@@ -40,5 +45,6 @@ private:
     };
 
     QString GetFileMd5(QString path);
+    QString getFileMd5(const QString &path, Sha256 *sha256);
     BadFile firstBadFile(const QString &gamePath, const QVariant &value);
 };

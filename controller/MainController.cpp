@@ -129,6 +129,7 @@ void MainController::connectExtractorAndChecker()
     connect(this, &MainController::startCheckPluginsFile, m_checker,
             &CheckPluginFile::CheckFilesMd5);
     connect(this, &MainController::startCheckFileMd5, m_checker, &CheckPluginFile::CheckFileMd5);
+    connect(this, &MainController::startCheckPackage, m_checker, &CheckPluginFile::CheckPackage);
     connect(m_checker, &CheckPluginFile::ReturnFileIsRight, this,
             &MainController::OnCheckFileResult);
     connect(m_checker, &CheckPluginFile::ReturnPluginsCheckResult, this,
@@ -203,6 +204,11 @@ void MainController::WriteSetting(QString strKey, QVariant value)
 void MainController::StartCheckFileMd5(QString strMd5, QString strFilePath)
 {
     emit startCheckFileMd5(strMd5, strFilePath);
+}
+
+void MainController::StartCheckPackage(QString strMd5, QString strSha256, QString strFilePath)
+{
+    emit startCheckPackage(strMd5, strSha256, strFilePath);
 }
 
 void MainController::StartCheckPluginsFile(QString strGamePath, QVariant value)

@@ -41,6 +41,9 @@ public:
     void WriteSetting(QString strKey, QVariant value);
     /// Checks one file against an expected MD5 (first argument); answered by OnCheckFileResult.
     void StartCheckFileMd5(QString strMd5, QString strFilePath);
+    /// Checks one file against an expected MD5 and an expected SHA-256; answered by
+    /// OnCheckFileResult.
+    void StartCheckPackage(QString strMd5, QString strSha256, QString strFilePath);
     /// Checks a PluginFileList; answered by OnReturnPluginsCheckResult.
     void StartCheckPluginsFile(QString strGamePath, QVariant value);
     /// The same for an automatic run; answered by OnAutoUpdateCheckPluginsResult.
@@ -97,6 +100,7 @@ signals:
     void startReadPluginConfigData(QString strGamePath);
     void startWritePluginConfigData(bool bHelloMessageOpen, bool bUploadStandingsOpen,
                                     bool bUploadReplayOpen, QString strGamePath);
+    void startCheckPackage(QString strMd5, QString strSha256, QString strFilePath);
 
 public slots:
     void On_gameFinded(QString strPath, EC::ErrorCode ec);

@@ -31,6 +31,8 @@ void SettingsProcessor::RefreshSettings()
     qDebug() << "gamepath=" << m_settings.game;
     m_settings.autorun = m_file->value(Keys::KeyAutoRun).toBool();
     m_settings.packagecheck = m_file->value(Keys::KeyPackageMd5).toString();
+    m_settings.manifestserial = m_file->value(Keys::KeyManifestSerial).toString();
+    m_settings.packagesha256 = m_file->value(Keys::KeyPackageSha256).toString();
     emit SettingReady(QVariant::fromValue(m_settings));
 }
 

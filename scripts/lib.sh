@@ -3,7 +3,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What building and running need, what the tests need on top.
-build_packages=(g++ cmake make pkg-config qtbase5-dev qtbase5-private-dev zlib1g-dev libsodium-dev fonts-noto-cjk)
+build_packages=(g++ cmake make pkg-config qtbase5-dev qtbase5-private-dev zlib1g-dev libsodium-dev libssl-dev fonts-noto-cjk)
 run_packages=(busybox curl)
 bench_packages=(busybox curl unzip)
 test_packages=(zip unzip zbar-tools)

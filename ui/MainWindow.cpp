@@ -31,7 +31,8 @@ QString agreementLink(const QString &url, const QString &text)
 }
 } // namespace
 
-MainWindow::MainWindow(const Hosts &hosts, QWidget *parent) : BaseWindow(parent), m_hosts(hosts)
+MainWindow::MainWindow(const Hosts &hosts, const ManifestSignature::Keys &keys, QWidget *parent)
+    : BaseWindow(parent), m_hosts(hosts), m_keys(keys)
 {
     m_newversion->hide();
     m_mask = new MaskForm(this);

@@ -4,6 +4,7 @@
 #include "BaseWindow.h"
 #include "ErrorCode.h"
 #include "Hosts.h"
+#include "ManifestSignature.h"
 
 #include <QString>
 #include <QVariant>
@@ -32,8 +33,10 @@ class MainWindow : public BaseWindow
 {
     Q_OBJECT
 public:
-    /// Talks of, and to, the servers \a hosts.
-    explicit MainWindow(const Hosts &hosts, QWidget *parent = nullptr);
+    /// Talks of, and to, the servers \a hosts. With \a keys, it acts on no manifest that none of
+    /// them has signed, and installs no package but the one that such a manifest names.
+    explicit MainWindow(const Hosts &hosts, const ManifestSignature::Keys &keys = {},
+                        QWidget *parent = nullptr);
     ~MainWindow() override;
 
 public slots:
@@ -91,6 +94,7 @@ private:
     void UpdatePlugin(bool autoUpdate, IfNothingNew then = IfNothingNew::CheckLocalFiles);
     void onManifestReply(const HttpReply &reply, bool autoUpdate, IfNothingNew then);
     bool ReadPlginUpdateRequestBody(const QJsonObject &body);
+    bool isAccepted(const QJsonObject &fields, const UpdateManifest &manifest);
     bool isDifferent(const UpdateManifest &manifest);
     void storeFileList(const PluginFileList &files);
     void startDownload(const QString &link);
@@ -107,6 +111,7 @@ private:
     void onExtractingResult(EC::ErrorCode ec);
     void onExtracted();
     void onExtractionFailed(EC::ErrorCode ec);
+    void checkPackage(const QString &md5, const QString &sha256);
     void onPackageWrong();
     void onInstalled(const QString &path);
     bool CheckPluginFiles(bool autoUpdate);
@@ -127,6 +132,7 @@ private:
     void restartRun(bool automatic);
 
     const Hosts m_hosts;
+    const ManifestSignature::Keys m_keys;
     ApplicationSettings::settings m_settings; ///< the window's copy; lags the store by one exchange
 
     // Three flags and two counters carry the flow across its steps. m_bRequesting: a run is under
@@ -149,6 +155,7 @@ private:
     QString m_newVersion;
     QString m_newPackageMd5;
     QString m_newUpdateDate;
+    QString m_newPackageSha256; ///< empty unless signatures are checked
 
     MaskForm *m_mask = nullptr;
     QStringList m_shownMessages;   ///< texts of the message boxes that are open or about to be

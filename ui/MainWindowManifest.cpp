@@ -67,7 +67,7 @@ bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
         endRun();
         return false;
     }
-    if (!manifest.hasData)
+    if (!manifest.hasData || !isAccepted(body.value(QLatin1String("data")).toObject(), manifest))
         return endWithoutUpdate();
 
     bool need = isDifferent(manifest);
@@ -83,6 +83,35 @@ bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
     if (!need || !manifest.link)
         return endWithoutUpdate();
     startDownload(*manifest.link);
+    return true;
+}
+
+bool MainWindow::isAccepted(const QJsonObject &fields, const UpdateManifest &manifest)
+{
+    if (m_keys.isEmpty())
+        return true;
+    bool isNumber = false;
+    const quint64 serial = manifest.serial.value_or(QString()).toULongLong(&isNumber);
+    QString problem = ManifestSignature::problem(fields, m_keys);
+    if (problem.isEmpty() && !isNumber)
+        problem = QStringLiteral("the serial is no number");
+    if (!problem.isEmpty()) {
+        qDebug() << "manifest refused:" << problem;
+        if (m_isAskedFor)
+            ShowMessage(InstallTexts::failed());
+        return false;
+    }
+    const quint64 highest = m_settings.manifestserial.toULongLong();
+    if (serial < highest) {
+        // Somebody repeats an old manifest, or a mirror lags.
+        qDebug() << "manifest older than the last one:" << serial << highest;
+        return false;
+    }
+    m_newPackageSha256 = *manifest.packageSha256;
+    if (serial > highest) {
+        m_settings.manifestserial = *manifest.serial;
+        MainController::instance()->WriteSetting(Keys::KeyManifestSerial, *manifest.serial);
+    }
     return true;
 }
 

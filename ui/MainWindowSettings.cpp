@@ -92,6 +92,8 @@ void MainWindow::OnSettingChanged(QString strKey, QVariant value)
     } else if (strKey == Keys::KeyPackageMd5) {
         qDebug() << "UpdatePlugin OnSettingChanged key_PackageMd5" << value;
         m_settings.packagecheck = value.toString();
+    } else if (strKey == Keys::KeyPackageSha256) {
+        m_settings.packagesha256 = value.toString();
     } else if (strKey == Keys::KeyLastCheckResult) {
         m_settings.lastcheckret = value.toBool();
     } else if (strKey == Keys::KeyReplayUpload) {

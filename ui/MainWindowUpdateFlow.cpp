@@ -130,7 +130,15 @@ void MainWindow::OnPluginExtractInstall()
     qDebug() << "autoUpdateModel close";
     qDebug() << "OnPluginExtractInstall check zip pack:" << m_settings.game
              << m_settings.packagecheck;
-    MainController::instance()->StartCheckFileMd5(m_settings.packagecheck, Paths::packageFile());
+    checkPackage(m_settings.packagecheck, m_settings.packagesha256);
+}
+
+void MainWindow::checkPackage(const QString &md5, const QString &sha256)
+{
+    if (m_keys.isEmpty())
+        MainController::instance()->StartCheckFileMd5(md5, Paths::packageFile());
+    else
+        MainController::instance()->StartCheckPackage(md5, sha256, Paths::packageFile());
 }
 
 void MainWindow::onDownloadProgress(int percent)
@@ -144,7 +152,7 @@ void MainWindow::onDownloadFinished(const QString &path)
 {
     hideProgress();
     qDebug() << "download plugin zip file finish check md5::" << path;
-    MainController::instance()->StartCheckFileMd5(m_newPackageMd5, path);
+    checkPackage(m_newPackageMd5, m_newPackageSha256);
 }
 
 void MainWindow::OnCheckFileResult(QString strFilePath, bool bRet)
@@ -341,6 +349,8 @@ void MainWindow::onInstalled(const QString &path)
     controller->StartReadPluginConfigData(m_settings.game);
     controller->WriteSetting(Keys::KeyUpdateDate, m_newUpdateDate);
     controller->WriteSetting(Keys::KeyPackageMd5, m_newPackageMd5);
+    if (!m_keys.isEmpty())
+        controller->WriteSetting(Keys::KeyPackageSha256, m_newPackageSha256);
 }
 
 void MainWindow::showProgress(int value)

@@ -20,6 +20,9 @@ constexpr char KeyLastCheckResult[] = "lastcheckret";
 constexpr char KeyAutoRun[] = "autorun";
 constexpr char KeyReplayUpload[] = "pluginloaderplayopen";
 constexpr char KeyInterval[] = "interval";
+/// Only programs that check signatures write these two.
+constexpr char KeyManifestSerial[] = "manifestserial";
+constexpr char KeyPackageSha256[] = "packagesha256";
 /// The name under which the plugin file list is written; in the file it is the group below.
 constexpr char KeyFilesMd5[] = "filemd5";
 constexpr char GroupPlugins[] = "plugins";
@@ -41,6 +44,8 @@ struct settings {
     bool lastcheckret = false;         ///< the last verification found every file right
     bool pluginloaderplayopen = false; ///< replay upload
     int interval = 0;                  ///< seconds between two automatic checks
+    QString manifestserial;            ///< the highest of a signed manifest that was accepted
+    QString packagesha256;             ///< SHA-256 of the installed package
 };
 } // namespace ApplicationSettings
 

@@ -1,5 +1,8 @@
 #include "UpdateServer.h"
 
+#include "ManifestSignature.h"
+
+#include <QCryptographicHash>
 #include <QJsonDocument>
 
 Files::Tree UpdateServer::samplePlugin()
@@ -27,11 +30,23 @@ void UpdateServer::publish(const Files::Tree &tree, const QString &version)
         const QString path = QString(file.key()).replace("res/", "res\\");
         offered.files->insert(path, Files::md5(file.value()));
     }
+    if (key) {
+        const auto digest = QCryptographicHash::hash(archive, QCryptographicHash::Sha256);
+        offered.packageSha256 = QString::fromLatin1(digest.toHex());
+        offered.serial = QString::number(++serial);
+    }
     serve();
 }
 
 void UpdateServer::serve()
 {
-    answer(Manifest, {{200, QJsonDocument(offered.toJson()).toJson()}});
+    QJsonObject body = offered.toJson(), data = body["data"].toObject();
+    const auto bytes = ManifestSignature::signedBytes(data);
+    if (key && bytes)
+        data["signature"] = QString::fromLatin1(key->signatureOf(*bytes).toBase64());
+    if (falsify)
+        falsify(data);
+    body["data"] = data;
+    answer(Manifest, {{200, QJsonDocument(body).toJson()}});
     answer(Package, {{200, archive}});
 }

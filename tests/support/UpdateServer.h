@@ -2,7 +2,11 @@
 
 #include "Files.h"
 #include "HttpServer.h"
+#include "SigningKey.h"
 #include "UpdateManifest.h"
+
+#include <functional>
+#include <optional>
 
 /// An update server with one plugin package on it; faults are scripted over what it offers.
 class UpdateServer : public HttpServer
@@ -22,4 +26,9 @@ public:
 
     UpdateManifest offered;
     QByteArray archive; ///< the package
+    /// When there is one, what is published gets a serial and each answer a signature of this key.
+    std::optional<SigningKey> key;
+    int serial = 1000;
+    /// Changes the manifest's "data" on its way out, behind the signature.
+    std::function<void(QJsonObject &)> falsify;
 };

@@ -17,6 +17,7 @@ namespace
 {
 QStringList *debugLines = nullptr;
 QtMessageHandler standardHandler = nullptr;
+constexpr int FirstSerial = 1001;
 
 void record(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
@@ -77,9 +78,26 @@ QVariant UpdateScene::stored(const QString &key) const
     return QSettings("brekka.ini", QSettings::IniFormat).value(key);
 }
 
+void UpdateScene::sign()
+{
+    QString error;
+    for (const char *name : {"key1", "key2", "key3"})
+        m_signers.push_back(*SigningKey::create(m_dir.filePath(name), &error));
+    signBy(1);
+}
+
+void UpdateScene::trust()
+{
+    sign();
+    m_trusted = {m_signers[0].publicKey(), m_signers[1].publicKey()};
+    offer("1.2.3");
+    set("manifestserial", *server.offered.serial);
+    set("packagesha256", *server.offered.packageSha256);
+}
+
 void UpdateScene::start(bool visible)
 {
-    window = std::make_unique<MainWindow>(Hosts{server.authority(), {}, {}, {}});
+    window = std::make_unique<MainWindow>(Hosts{server.authority(), {}, {}, {}}, m_trusted);
     if (visible)
         window->show();
 }
@@ -135,6 +153,10 @@ QStringList UpdateScene::state(bool requests) const
     const QString check = stored("packagecheck").toString();
     add(check.isEmpty(), "no check");
     add(!check.isEmpty() && check != server.offered.packageMd5, "check old");
+    const int serial = stored("manifestserial").toInt();
+    add(serial > FirstSerial, QString("serial +%1").arg(serial - FirstSerial));
+    add((serial > 0) != stored("packagesha256").isValid(), "half signed");
+    add(stored("plugins/mods/more").isValid(), "lists more");
     add(!stored("lastcheckret").toBool(), "unverified");
     add(!QFile::exists(Paths::packageFile()), "no package");
     add(label != "安装插件", label);
@@ -162,7 +184,8 @@ QStringList UpdateScene::strays() const
     QStringList strays;
     const QStringList files = Files::readTree(m_dir.path()).keys();
     for (const QString &file : files) {
-        if (!file.startsWith("root/game/") && !file.startsWith("root/app/brekka.ini"))
+        if (!file.startsWith("key") && !file.startsWith("root/game/") &&
+            !file.startsWith("root/app/brekka.ini"))
             strays += file;
     }
     return strays;

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 #define WAIT_FOR(condition) WAIT_FOR_MS(condition, 150000)
 
@@ -29,6 +30,12 @@ public:
     /// Changes the settings file; for the time before start().
     void set(const QString &key, const QVariant &value);
     QVariant stored(const QString &key) const;
+    /// Makes three keys; from here on the server signs by the first.
+    void sign();
+    /// The same, and the window, still to be made, trusts the first two.
+    void trust();
+    void signBy(int key) { server.key = m_signers[size_t(key - 1)]; }
+
     /// Offers a plugin that differs from 1.2.3 in one file.
     void offer(const QString &version);
 
@@ -64,6 +71,8 @@ private:
     void closeBox();
 
     QTemporaryDir m_dir;
+    std::vector<SigningKey> m_signers;
+    ManifestSignature::Keys m_trusted;
     QMap<QString, Files::Tree> m_offered; ///< by version
     QTimer m_closing;
     int m_manifestsBefore = 0;
