@@ -5,6 +5,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 namespace
 {
 QByteArray document(const QByteArray &setting)
@@ -36,7 +41,7 @@ private slots:
     void reads();
     void writes_data();
     void writes();
-    void writesWhereNoFileFitsBeside();
+    void writesWithoutTheFolder();
 
 private:
     QString path() const { return m_game->filePath("mods/configs/corvane.xml"); }
@@ -143,19 +148,22 @@ void tst_PluginConfig::writes()
              before.isEmpty() ? QList<QByteArray>() : QList<QByteArray>{after});
 }
 
-/// As in a folder that is not the user's to write to, though the file is: here a name would become
-/// too long for the system.
-void tst_PluginConfig::writesWhereNoFileFitsBeside()
+/// The file is the user's to write, its folder is not.
+void tst_PluginConfig::writesWithoutTheFolder()
 {
 #ifdef Q_OS_UNIX
-    const int rest = PATH_MAX - 1 - path().size();
-    QString game =
-        m_game->path() + QString("/./").repeated(rest / 3) + QString("/").repeated(rest % 3);
+    constexpr uid_t Nobody = 65534;
+    const uid_t self = geteuid();
+    const QByteArray folder = QFile::encodeName(QFileInfo(path()).path());
     Files::write(path(), document("<setting>0</setting>"));
-    PluginConfigDataReader().writePluginConfigData(true, true, true, game);
+    QVERIFY(chmod(QFile::encodeName(path()), 0666) == 0 && chmod(folder, 0555) == 0 &&
+            chmod(QFile::encodeName(m_game->path()), 0755) == 0);
+    QVERIFY(self != 0 || seteuid(Nobody) == 0); // a superuser may write everywhere
+    PluginConfigDataReader().writePluginConfigData(true, true, true, m_game->path());
+    QVERIFY(seteuid(self) == 0 && chmod(folder, 0755) == 0);
     QCOMPARE(Files::readTree(m_game->path()).values(), QList<QByteArray>{rewritten("3674210304")});
 #else
-    QSKIP("Paths have another limit here.");
+    QSKIP("permissions are another matter here");
 #endif
 }
 

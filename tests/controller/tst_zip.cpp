@@ -10,7 +10,7 @@
 namespace
 {
 // Where the archive's directory holds what is said of an entry.
-constexpr int Flags = 8, Method = 10, PackedSize = 20, Size = 24, Mode = 41;
+constexpr int Flags = 8, Method = 10, Crc = 16, PackedSize = 20, Size = 24, Mode = 41;
 
 /// The directory of \a archive says \a value of its entry \a number, in as many bytes.
 QByteArray claiming(QByteArray archive, int number, int field, const QByteArray &value)
@@ -116,6 +116,9 @@ void tst_Zip::refuses_data()
     second("encrypted", Flags, "\1");
     second("another method", Method, "\14");
     second("too small", Size, QByteArray("\1\0\0\0", 4));
+    const QByteArray shorter = claiming(good, 1, Size, QByteArray("\1\0\0\0", 4));
+    row("too small, with its checksum", claiming(shorter, 1, Crc, "\xf9\xef\xbe\x71"),
+        firstWritten);
     second("too large", Size, QByteArray("\0\x20\0\0", 4));
     second("enormous", Size, "\xf0\xff\xff\x7f");
     second("packed beyond the end", PackedSize, "\xf0\xff\xff\xff");
