@@ -109,8 +109,7 @@ void SingleApplicationPrivate::openBlock()
 {
     constexpr int size = sizeof(SharedBlock);
     place.emplace(instanceKey);
-    block = std::make_unique<QSharedMemory>();
-    place->nameBlock(*block);
+    block = place->makeBlock();
     gate.emplace(block->nativeKey());
     gate->enter();
     gate->makeWay(size);
@@ -123,6 +122,8 @@ void SingleApplicationPrivate::openBlock()
     }
     if (block->error() != QSharedMemory::AlreadyExists)
         abortStartup("SingleApplication: Unable to create block.");
+    // An object with a native key remembers for ever that it failed to create its block.
+    block = place->makeBlock();
     // A smaller block is a stranger's that happens to have our key.
     if (!block->attach(QSharedMemory::ReadWrite) || block->size() < size)
         abortStartup("SingleApplication: Unable to attach to shared memory block.");

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+#include <memory>
+
 class QSharedMemory;
 
 /// Where the copies of the program that have an instance key in common find each other: the native
@@ -15,8 +17,8 @@ class MeetingPlace
 public:
     explicit MeetingPlace(const QString &instanceKey);
 
-    /// Prepares \a block to be created or attached.
-    void nameBlock(QSharedMemory &block) const;
+    /// The block, to be created or attached.
+    std::unique_ptr<QSharedMemory> makeBlock() const;
     QString serverName() const { return m_serverName; }
 
     /// Marks the files as being in use, since folders of this kind are cleared of what has not been

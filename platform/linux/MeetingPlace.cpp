@@ -33,9 +33,11 @@ MeetingPlace::MeetingPlace(const QString &instanceKey)
     m_serverName = folder.filePath(instanceKey);
 }
 
-void MeetingPlace::nameBlock(QSharedMemory &block) const
+std::unique_ptr<QSharedMemory> MeetingPlace::makeBlock() const
 {
-    block.setNativeKey(m_blockName);
+    auto block = std::make_unique<QSharedMemory>();
+    block->setNativeKey(m_blockName);
+    return block;
 }
 
 void MeetingPlace::keep() const

@@ -7,9 +7,9 @@ MeetingPlace::MeetingPlace(const QString &instanceKey)
 {
 }
 
-void MeetingPlace::nameBlock(QSharedMemory &block) const
+std::unique_ptr<QSharedMemory> MeetingPlace::makeBlock() const
 {
-    block.setKey(m_blockName);
+    return std::make_unique<QSharedMemory>(m_blockName);
 }
 
 // Names without files behind them last as long as somebody uses them.

@@ -1,9 +1,11 @@
 // Stands in for the program in the tests of the single-instance guard: takes a role, reports on the
-// standard output and obeys the standard input.
+// standard output and obeys the standard input. Arguments: options, version, key data, and "alone"
+// for one that must not stay as a secondary.
 
 #include "SingleApplication.h"
 
 #include <QSocketNotifier>
+#include <QTimer>
 
 #include <cstdio>
 #include <cstdlib>
@@ -23,6 +25,11 @@ static void obey(SingleApplication &application)
         return application.quit();
     if (line == "exit")
         std::exit(EXIT_SUCCESS);
+    if (line == "timers") { // as if hours had passed
+        for (QTimer *timer : application.findChildren<QTimer *>())
+            QMetaObject::invokeMethod(timer, "timeout");
+        return;
+    }
     const bool sent = application.sendToPrimary(QByteArray::fromStdString(line), 10000);
     say(sent ? "sent" : "not sent");
 }
@@ -30,20 +37,13 @@ static void obey(SingleApplication &application)
 int main(int argc, char *argv[])
 {
     const QByteArrayList arguments(argv + 1, argv + argc);
-    const auto valueOf = [&](const char *name) {
-        return QString::fromLocal8Bit(arguments.value(arguments.indexOf(name) + 1));
-    };
-    if (arguments.contains("version"))
-        QCoreApplication::setApplicationVersion(valueOf("version"));
-    const SingleApplication::Options options(
-        arguments.contains("options") ? valueOf("options").toInt() : 4);
-    SingleApplication application(argc, argv, !arguments.contains("alone"), options, 1000,
-                                  arguments.contains("key") ? valueOf("key") : QString());
+    QCoreApplication::setApplicationVersion(arguments.value(1));
+    SingleApplication application(argc, argv, arguments.value(3) != "alone",
+                                  SingleApplication::Options(arguments.value(0, "4").toInt()), 1000,
+                                  arguments.value(2));
     say((application.isSecondaryInstance() ? "secondary " : "primary ") +
         QByteArray::number(application.primaryProcessId()) + ' ' +
         application.primaryUserName().toUtf8());
-    if (arguments.contains("handover") && application.isSecondaryInstance())
-        return application.sendToPrimary("hello", 10000) ? EXIT_SUCCESS : EXIT_FAILURE;
 
     QObject::connect(&application, &SingleApplication::instanceStarted, [] { say("started"); });
     QObject::connect(&application, &SingleApplication::receivedMessage,

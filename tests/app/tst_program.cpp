@@ -1,5 +1,4 @@
 #include "UpdateServer.h"
-#include "WaitFor.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -9,14 +8,19 @@
 #include <QTextCodec>
 #include <QtTest>
 
-// A killed program's lock on its settings lasts thirty seconds where the next process gets its id.
-#define WAIT_FOR(condition) WAIT_FOR_MS(condition, 180000)
+#ifdef Q_OS_UNIX
+#include <csignal>
+#endif
+
+// Fails at once when the program ends before.
+#define UNTIL(program, condition)                                                                  \
+    QVERIFY2((program).meets([&] { return bool(condition); }), (program).output.constData())
 
 namespace
 {
 /// A running copy of the program and what it says.
 struct Program : QProcess {
-    Program(const QString &path, const QStringList &arguments = {})
+    Program(const QString &path, const QStringList &arguments)
     {
         setProcessChannelMode(MergedChannels);
         setWorkingDirectory(QFileInfo(path).path());
@@ -30,21 +34,30 @@ struct Program : QProcess {
             kill();
         waitForFinished();
     }
-    bool said(const char *line)
+    bool said(const QByteArray &line, int times = 1)
     {
         output += readAll();
-        return output.contains(line);
+        return output.count(line) >= times;
+    }
+    bool meets(const std::function<bool()> &condition)
+    {
+        bool met = false;
+        // A killed program's lock on its settings lasts thirty seconds where the next process gets
+        // its id.
+        const auto isOver = [&] { return (met = condition()) || state() == NotRunning; };
+        return QTest::qWaitFor(isOver, 120000) && met;
     }
     /// The exit code, -1 for a crash or a program that does not end.
     int result()
     {
         const bool ended = state() == NotRunning || waitForFinished(60000);
-        said("");
+        output += readAll();
         return ended && exitStatus() == NormalExit ? exitCode() : -1;
     }
 
     QByteArray output;
 };
+
 /// Every file below \a root. Windows has no nameless files, so one that was just being saved when
 /// the program was killed stays there, and does not count.
 Files::Tree readTree(const QString &root)
@@ -59,20 +72,15 @@ Files::Tree readTree(const QString &root)
 }
 } // namespace
 
-/// The built program as a process, in a folder of its own: what survives a kill, and the roads
-/// through its command line.
+/// The built program as a process, in a folder of its own.
 class tst_Program : public QObject
 {
     Q_OBJECT
 private slots:
     void init();
-    void recoversFromKill_data();
-    void recoversFromKill();
-    void secondStart_data();
-    void secondStart();
-    void uninstall_data();
-    void uninstall();
-    void endsPolitely();
+    void recoversFromKills();
+    void livesAndLeaves();
+    void closing();
 
 private:
     QVariant stored(const QString &key) const
@@ -100,6 +108,8 @@ void tst_Program::init()
         qputenv(place, m_dir->filePath("tmp").toUtf8());
     qputenv("WINEPREFIX", m_app.toUtf8()); // no game is registered there
     QVERIFY(QFile::copy(BREKKA_PATH, m_program));
+    QVERIFY(QFile::copy(QFileInfo(BREKKA_PATH).path() + "/ver.dll", m_app + "/ver.dll"));
+    qputenv("QT_QPA_GENERIC_PLUGINS", "observer");
     m_server.reset(new UpdateServer);
     m_server->publish(m_plugin, "1.2.3");
 
@@ -120,91 +130,87 @@ bool tst_Program::isInstalled(const QString &version) const
     return found == expected && stored("lastcheckret").toBool() && stored("pver") == version;
 }
 
-void tst_Program::recoversFromKill_data()
+void tst_Program::recoversFromKills()
 {
-    QTest::addColumn<QByteArray>("moment"); // the debug line after which the program is killed
-    for (const char *line :
+    int version = 0;
+    // Each debug line, after which the program is killed, belongs to an update of its own, so that
+    // none can be over before.
+    for (const char *moment :
          {"OnAutoUpdate start", "plugin start download", "Downloading...", "downloadFinished",
           "unzip OutExtractZipFile", "extract file:", "plugin local files match",
-          "\"lastcheckret\" QVariant(bool, true)", "dom saved"})
-        QTest::newRow(line) << QByteArray(line);
-}
-
-void tst_Program::recoversFromKill()
-{
-    QFETCH(QByteArray, moment);
-    for (int round = 0; round < 2; ++round) {
+          "\"lastcheckret\" QVariant(bool, true)", "dom saved"}) {
+        m_server->publish(m_plugin, QString::number(++version));
         Program program(m_program, {"-s"});
-        const auto isDue = [&] { return program.said(moment) || isInstalled("1.2.3"); };
-        QVERIFY2(QTest::qWaitFor(isDue, 180000), program.output);
+        UNTIL(program, program.said(moment));
         program.kill();
         QVERIFY(program.waitForFinished());
     }
     m_server->publish(m_plugin, "1.2.4");
     Program program(m_program, {"-s"});
-    WAIT_FOR(isInstalled("1.2.4"));
+    UNTIL(program, isInstalled("1.2.4"));
     QCOMPARE(program.state(), QProcess::Running);
-    QStringList strays = readTree(m_dir->path()).keys().filter("app with blanks/");
-    strays.removeAll("app with blanks/" + QFileInfo(m_program).fileName());
-    for (const char *ours : {"brekka.ini", "brekka.ini.lock", "plugins/pluginsconfig"})
-        strays.removeAll(QString("app with blanks/") + ours);
-    QVERIFY2(strays.isEmpty(), qPrintable(strays.join(' ')));
+    QStringList strays = readTree(m_app).keys();
+    for (const QString &ours :
+         {QFileInfo(m_program).fileName(), QString("ver.dll"), QString("brekka.ini"),
+          QString("brekka.ini.lock"), QString("plugins/pluginsconfig")})
+        strays.removeAll(ours);
+    QCOMPARE(strays, QStringList());
 }
 
-void tst_Program::secondStart_data()
+void tst_Program::livesAndLeaves()
 {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::newRow("plain") << QStringList();
-    QTest::newRow("-s") << QStringList{"-s"};
-    QTest::newRow("-u") << QStringList{"-u"};
-}
-
-void tst_Program::secondStart()
-{
-    QFETCH(QStringList, arguments);
     Program first(m_program, {"-s"});
-    WAIT_FOR(isInstalled("1.2.3"));
-    Program second(m_program, arguments);
-    QCOMPARE(second.result(), 0);
-    QVERIFY2(second.said("i am the second process exit") && second.said("App already running."),
-             second.output);
-    const QByteArray pid = "Primary instance PID:  " + QByteArray::number(first.processId());
-    QVERIFY2(second.said(pid), second.output);
-    WAIT_FOR(first.said("Active main wnd"));
-    WAIT_FOR(isInstalled("1.2.3"));
-    QCOMPARE(first.state(), QProcess::Running);
-}
+    UNTIL(first, isInstalled("1.2.3"));
+    // The list reaches the file with a deferred write-back.
+    UNTIL(first, stored("plugins/mods/a.pyc").isValid());
+    QVERIFY2(first.said("self version: \"" BREKKA_VERSION "\""), first.output);
+    QVERIFY2(!first.said("window shown"), first.output);
 
-void tst_Program::uninstall_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::newRow("-u") << QStringList{"-u"};
-    QTest::newRow("-u -s") << QStringList{"-u", "-s"};
-    QTest::newRow("--uninstall") << QStringList{"--uninstall"};
-}
-
-void tst_Program::uninstall()
-{
-    QFETCH(QStringList, arguments);
-    {
-        Program program(m_program, {"-s"});
-        WAIT_FOR(isInstalled("1.2.3"));
-        // The list reaches the file with a deferred write-back.
-        WAIT_FOR(stored("plugins/mods/a.pyc").isValid());
+    int starts = 0;
+    for (const char *argument : {"", "-s", "-u"}) {
+        Program second(m_program, QString(argument).split(' ', Qt::SkipEmptyParts));
+        QCOMPARE(second.result(), 0);
+        const QByteArray pid = QByteArray::number(first.processId());
+        for (const QByteArray &line :
+             {QByteArray("i am the second process exit"), QByteArray("App already running."),
+              "Primary instance PID:  " + pid})
+            QVERIFY2(second.said(line), second.output);
+        ++starts;
+        UNTIL(first, first.said("Active main wnd", starts));
     }
+    UNTIL(first, first.said("window shown"));
+    QVERIFY(isInstalled("1.2.3"));
+
+    first.terminate();
+#ifdef Q_OS_UNIX
+    // The end of a session sends one signal after the other.
+    while (first.state() != QProcess::NotRunning) {
+        ::kill(pid_t(first.processId()), SIGHUP);
+        first.waitForFinished(1);
+    }
+#endif
+    QVERIFY2(first.result() == 0, first.output);
+
     const Files::Tree settings = Files::readTree(m_app);
-    for (int round = 0; round < 2; ++round) {
-        Program program(m_program, arguments);
+    for (const char *arguments : {"-u", "-u -s", "--uninstall"}) {
+        for (auto file = m_plugin.begin(); file != m_plugin.end(); ++file)
+            Files::write(m_game + '/' + file.key(), file.value());
+        Program program(m_program, QString(arguments).split(' '));
         QCOMPARE(program.result(), 0);
+        QVERIFY2(!program.said("window shown"), program.output);
         QCOMPARE(Files::readTree(m_game).keys(), QStringList{"WorldOfTanks.exe"});
     }
     QCOMPARE(Files::readTree(m_app), settings);
 }
 
-void tst_Program::endsPolitely()
+/// Closed, the window is gone, and the program looks for updates as before.
+void tst_Program::closing()
 {
-    Program program(m_program);
-    WAIT_FOR(program.said("OnAutoUpdate start"));
+    qputenv("QT_QPA_GENERIC_PLUGINS", "observer:close");
+    Program program(m_program, {});
+    UNTIL(program, program.said("window hidden"));
+    const int before = program.output.count("OnAutoUpdate start");
+    UNTIL(program, program.said("OnAutoUpdate start", before + 1));
     program.terminate();
     QVERIFY2(program.result() == 0, program.output);
 }
@@ -213,6 +219,8 @@ int main(int argc, char *argv[])
 {
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QCoreApplication application(argc, argv);
+    const QString plugins = QDir::listSeparator() + qEnvironmentVariable("QT_PLUGIN_PATH");
+    qputenv("QT_PLUGIN_PATH", (PLUGIN_PATH + plugins).toUtf8());
     tst_Program test;
     return QTest::qExec(&test, argc, argv);
 }
