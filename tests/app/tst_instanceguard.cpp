@@ -1,21 +1,15 @@
+#include "SingleApplication.h"
 #include "UserName.h"
 #include "WaitFor.h"
 
-#include <QCryptographicHash>
-#include <QDir>
 #include <QLocalSocket>
-#include <QProcess>
-#include <QSharedMemory>
-#include <QTemporaryDir>
-#include <QtEndian>
 #include <QtTest>
 
-#include <algorithm>
 #include <cstring>
+#include <iostream>
 #include <memory>
 #include <vector>
 
-#include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -28,16 +22,55 @@ namespace
 constexpr int Patience = 60000; // milliseconds
 using Lines = QByteArrayList;
 
-/// A process that runs the guard, see InstanceProbe.cpp.
+void obey(SingleApplication &application)
+{
+    std::string line;
+    if (!std::getline(std::cin, line) || line == "quit")
+        return application.quit();
+    if (line == "exit")
+        std::exit(EXIT_SUCCESS);
+    if (line == "timers") { // as if hours had passed
+        for (QTimer *timer : application.findChildren<QTimer *>())
+            QMetaObject::invokeMethod(timer, "timeout");
+        return;
+    }
+    const bool sent = application.sendToPrimary(QByteArray::fromStdString(line), 10000);
+    std::cout << (sent ? "sent" : "not sent") << std::endl;
+}
+
+/// Stands in for the program: takes a role, reports on the standard output and obeys the standard
+/// input. Arguments: options, version, key data, and "alone" for one that must not stay.
+int runProbe(int argc, char *argv[])
+{
+    const QByteArrayList arguments(argv + 1, argv + argc);
+    QCoreApplication::setApplicationVersion(arguments.value(1));
+    SingleApplication application(argc, argv, arguments.value(3) != "alone",
+                                  SingleApplication::Options(arguments.value(0).toInt()), 1000,
+                                  arguments.value(2));
+    std::cout << (application.isSecondaryInstance() ? "secondary " : "primary ")
+              << application.primaryProcessId() << ' ' << qPrintable(application.primaryUserName())
+              << std::endl;
+    QObject::connect(&application, &SingleApplication::instanceStarted,
+                     [] { std::cout << "started" << std::endl; });
+    QObject::connect(&application, &SingleApplication::receivedMessage,
+                     [](uint id, const QByteArray &message) {
+                         std::cout << "message " << id << ' ' << message.data() << std::endl;
+                     });
+    // Otherwise lines would wait in a buffer that the notifier knows nothing of.
+    std::setvbuf(stdin, nullptr, _IONBF, 0);
+    QSocketNotifier input(0, QSocketNotifier::Read);
+    QObject::connect(&input, &QSocketNotifier::activated, [&] { obey(application); });
+    return application.exec();
+}
+
+/// A process that runs the guard.
 struct Probe : QProcess {
-    explicit Probe(const QString &arguments = "4") { start(PROBE_PATH, arguments.split(' ')); }
+    explicit Probe(const QString &arguments = "4")
+    {
+        start(QCoreApplication::applicationFilePath(), arguments.split(' '));
+    }
     ~Probe() override { quit(); }
 
-    void crash()
-    {
-        kill();
-        waitForFinished();
-    }
     /// Ends with its input. The exit code, -1 for a crash.
     int quit(const QByteArray &farewell = "quit\n")
     {
@@ -76,28 +109,30 @@ ProbePtr startPrimary(const QString &arguments = "4")
 
 QByteArray lowerPath()
 {
-    return QString(PROBE_PATH).toLower().toUtf8();
+    return QCoreApplication::applicationFilePath().toLower().toUtf8();
 }
 
 QString keyOf(const QByteArray &ownPart = lowerPath())
 {
-    const QByteArray digest = QCryptographicHash::hash("SingleApplicationinstance_probe" + ownPart,
-                                                       QCryptographicHash::Sha256);
+    const QByteArray digest = QCryptographicHash::hash(
+        "SingleApplicationtst_instanceguard" + ownPart, QCryptographicHash::Sha256);
     return QString::fromLatin1(digest.toBase64()).replace('/', '_');
 }
 
-template <typename Integer>
-QByteArray bigEndian(Integer value)
+template <typename... Values>
+QByteArray packed(const Values &...values)
 {
-    value = qToBigEndian(value);
-    return QByteArray(reinterpret_cast<const char *>(&value), sizeof value);
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    (stream << ... << values);
+    return bytes;
 }
 
-QByteArray greeting(const QString &key, char kind, quint32 id, quint16 checksumError = 0)
+QByteArray greeting(const QString &key, quint8 kind, quint32 id, quint16 checksumError = 0)
 {
-    const QByteArray body = bigEndian(quint32(key.size())) + key.toLatin1() + kind + bigEndian(id);
+    const QByteArray body = packed(key.toLatin1(), kind, id);
     const quint16 checksum = qChecksum(body.constData(), uint(body.size())) ^ checksumError;
-    return bigEndian(quint64(body.size() + 2)) + body + bigEndian(checksum);
+    return packed(quint64(body.size() + 2)) + body + packed(checksum);
 }
 } // namespace
 
@@ -115,7 +150,8 @@ class tst_InstanceGuard : public QObject
 
     void sendTo(QLocalSocket &socket, const QByteArray &bytes)
     {
-        socket.connectToServer(path("run/" + keyOf()));
+        if (socket.state() == QLocalSocket::UnconnectedState)
+            socket.connectToServer(path("run/" + keyOf()));
         QVERIFY(socket.waitForConnected(Patience));
         socket.write(bytes);
         socket.flush();
@@ -126,7 +162,7 @@ class tst_InstanceGuard : public QObject
     {
         QLocalSocket socket;
         sendTo(socket, greeting(keyOf(), 3, 99) + "end");
-        if (!QTest::qWaitFor([&] { return primary.has("message 99 656e64"); }, Patience))
+        if (!QTest::qWaitFor([&] { return primary.has("message 99 end"); }, Patience))
             return {"no end"};
         return primary.lines().mid(1, primary.lines().size() - 2);
     }
@@ -156,7 +192,7 @@ private slots:
         const int rounds = qMax(3, qEnvironmentVariableIntValue("BREKKA_RACES"));
         for (int round = 0; round < rounds; ++round) {
             if (afterCrash)
-                startPrimary()->crash();
+                startPrimary()->kill();
             std::vector<ProbePtr> probes(10);
             for (ProbePtr &probe : probes)
                 probe = std::make_unique<Probe>();
@@ -171,7 +207,7 @@ private slots:
                 QCOMPARE(probes[i]->quit(), 0);
             }
             for (int i = 1; i < 10; ++i)
-                EVENTUALLY(primary.has("message " + QByteArray::number(i) + " 6869"));
+                EVENTUALLY(primary.has("message " + QByteArray::number(i) + " hi"));
             QCOMPARE(primary.lines().count("started"), 9);
 
             // The last one leaves nothing behind. By number: as soon as a key is free, any other
@@ -236,10 +272,11 @@ private slots:
         QCOMPARE(first->quit(), 0);
         const ProbePtr third = startPrimary();
         second.write("y\n");
-        EVENTUALLY(third->has("message 1 79"));
+        EVENTUALLY(third->has("message 1 y"));
         // A block that a living process holds is never freed, even if its primary crashed.
         const QByteArray role = "secondary " + third->identity();
-        third->crash();
+        third->kill();
+        QVERIFY(third->waitForFinished());
         Probe fourth;
         EVENTUALLY(fourth.has(role));
     }
@@ -317,18 +354,20 @@ private slots:
         QTest::addColumn<bool>("refused");
         QTest::addColumn<Lines>("reports");
         const QString key = keyOf();
-        const Lines none;
-        QTest::newRow("leaving, then a message")
-            << greeting(key, 1, 5) + "hi" << false << Lines{"started", "message 5 6869"};
-        QTest::newRow("in single bytes") << greeting(key, 2, 6) << false << Lines{"started"};
-        QTest::newRow("padded key") << greeting(key + '\0', 1, 8) << false << Lines{"started"};
-        QTest::newRow("wrong key") << greeting("-" + key.mid(1), 1, 5) + "hi" << true << none;
-        QTest::newRow("wrong checksum") << greeting(key, 1, 5, 1) + "hi" << true << none;
-        QTest::newRow("endless key")
-            << bigEndian(quint64(55)) + bigEndian(0x7fffffff) + QByteArray(51, 'k') << true << none;
-        QTest::newRow("too short") << bigEndian(quint64(54)) << true << none;
-        QTest::newRow("too long") << bigEndian(quint64(1025)) << true << none;
-        QTest::newRow("broken off") << greeting(key, 1, 5).chopped(1) << false << none;
+        const Lines none, started{"started"};
+        const auto row = [](const char *name, const QByteArray &bytes, bool refused,
+                            const Lines &reports) {
+            QTest::newRow(name) << bytes << refused << reports;
+        };
+        row("with a message", greeting(key, 1, 5) + "hi", false, {"started", "message 5 hi"});
+        row("in single bytes", greeting(key, 2, 6), false, started);
+        row("padded key", greeting(key + '\0', 1, 8), false, started);
+        row("wrong key", greeting("-" + key.mid(1), 1, 5) + "hi", true, none);
+        row("wrong checksum", greeting(key, 1, 5, 1) + "hi", true, none);
+        row("endless key", packed(quint64(55), ~0) + QByteArray(51, 'k'), true, none);
+        row("too short", packed(quint64(54)), true, none);
+        row("too long", packed(quint64(1025)), true, none);
+        row("broken off", greeting(key, 1, 5).chopped(1), false, none);
     }
 
     void greetings()
@@ -336,13 +375,11 @@ private slots:
         QFETCH(QByteArray, bytes);
         QFETCH(bool, refused);
         const ProbePtr primary = startPrimary();
-        const bool bytewise = qstrcmp(QTest::currentDataTag(), "in single bytes") == 0;
         QLocalSocket socket;
-        sendTo(socket, bytewise ? QByteArray() : bytes);
-        for (int i = 0; bytewise && i < bytes.size(); ++i) {
-            socket.write(bytes.mid(i, 1));
-            socket.flush();
-            QTest::qWait(2); // lets the primary meet each byte by itself
+        const int step = qstrcmp(QTest::currentDataTag(), "in single bytes") ? bytes.size() : 1;
+        for (int i = 0; i < bytes.size(); i += step) {
+            sendTo(socket, bytes.mid(i, step));
+            QTest::qWait(2); // lets the primary meet each piece by itself
         }
         EVENTUALLY(!refused || socket.state() == QLocalSocket::UnconnectedState);
         socket.abort();
@@ -351,5 +388,13 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(tst_InstanceGuard)
+int main(int argc, char *argv[])
+{
+    if (argc > 1 && std::isdigit(*argv[1]))
+        return runProbe(argc, argv);
+    QCoreApplication application(argc, argv);
+    tst_InstanceGuard test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_instanceguard.moc"
