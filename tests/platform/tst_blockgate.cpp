@@ -1,63 +1,82 @@
 #include "BlockGate.h"
+#include "MeetingPlace.h"
 
 #include <QProcess>
 #include <QSharedMemory>
 #include <QtTest>
 
 #include <cstdio>
+#include <thread>
 
 namespace
 {
-constexpr int PatienceMs = 60000;
+constexpr int Patience = 60000; // milliseconds
+constexpr int Rounds = 2000;
 
-/// Takes the lock of the block \a key and keeps it until somebody kills the process.
-int hold(const QString &key)
+/// Counts the number in the block \a key up, then takes the lock and keeps it until killed.
+int countAndHold(const QString &key)
 {
-    QSharedMemory block(key);
-    BlockGate gate(block.nativeKey());
+    const auto block = MeetingPlace(key).makeBlock();
+    BlockGate gate(block->nativeKey());
     gate.enter();
-    if (!block.attach() || !gate.lock(block))
+    if (!block->attach())
         return EXIT_FAILURE;
+    gate.leave();
+    for (int round = 0; round < Rounds && gate.lock(*block); ++round) {
+        const int number = *static_cast<int *>(block->data());
+        std::this_thread::yield();
+        *static_cast<int *>(block->data()) = number + 1;
+        gate.unlock(*block);
+    }
+    gate.lock(*block);
     std::puts("held");
     std::fflush(stdout);
     return std::getchar();
 }
 } // namespace
 
-class tst_blockgate : public QObject
+class tst_BlockGate : public QObject
 {
     Q_OBJECT
 private slots:
-    /// Whoever is killed with the block locked must not shut out those who live on.
-    void holderKilled();
+    void passesOn();
 };
 
-void tst_blockgate::holderKilled()
+/// One at a time is inside, and whoever is killed there must not shut out those who live on.
+void tst_BlockGate::passesOn()
 {
-    const auto pid = QString::number(QCoreApplication::applicationPid());
-    QSharedMemory block("tst_blockgate" + pid);
-    BlockGate gate(block.nativeKey());
+    const QString key = "tst_blockgate" + QString::number(QCoreApplication::applicationPid());
+    const auto block = MeetingPlace(key).makeBlock();
+    BlockGate gate(block->nativeKey());
     gate.enter();
-    QVERIFY(block.create(16));
+    QVERIFY(block->create(sizeof(int)));
     gate.leave();
-    for (int round = 0; round < 2; ++round) {
-        QProcess holder;
-        holder.start(QCoreApplication::applicationFilePath(), {"--hold", block.key()});
-        QVERIFY(holder.waitForReadyRead(PatienceMs));
-        holder.kill();
-        QVERIFY(holder.waitForFinished(PatienceMs));
-        QVERIFY(gate.lock(block)); // waits for ever where the lock is not given back
-        QVERIFY(gate.unlock(block));
+    QProcess others[2];
+    for (QProcess &other : others)
+        other.start(QCoreApplication::applicationFilePath(), {"--count", key});
+    const auto holder = [&others] {
+        return std::find_if(std::begin(others), std::end(others),
+                            [](QProcess &other) { return other.bytesAvailable() > 0; });
+    };
+    for (int i = 0; i < 2; ++i) {
+        QVERIFY(QTest::qWaitFor([&] { return holder() != std::end(others); }, Patience));
+        QProcess &killed = *holder();
+        killed.readAll();
+        killed.kill();
+        QVERIFY(killed.waitForFinished(Patience));
     }
+    QVERIFY(gate.lock(*block)); // waits for ever where the lock is not given back
+    QCOMPARE(*static_cast<int *>(block->data()), 2 * Rounds);
+    QVERIFY(gate.unlock(*block));
 }
 
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.value(1) == "--hold")
-        return hold(arguments.value(2));
-    tst_blockgate test;
+    if (arguments.value(1) == "--count")
+        return countAndHold(arguments.value(2));
+    tst_BlockGate test;
     return QTest::qExec(&test, argc, argv);
 }
 
