@@ -166,22 +166,25 @@ void testWithoutScheduler()
 
 } // namespace
 
-/// Takes the folder of the sample files, then a version file and the version that it holds.
+/// Takes the folder of the sample files.
 int main(int argc, char **argv)
 {
-    if (argc != 4)
+    if (argc != 2)
         return 2;
     CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     testCreateTask();
     testDeleteTask();
     std::thread(testWithoutScheduler).join();
     const std::string folder = argv[1];
+    SetCurrentDirectoryA(argv[1]);
+    CreateDirectoryW(L"坦克", nullptr); // in no code page but UTF-8 and the Chinese ones
+    CopyFileW(L"versioned.dll", L"坦克\\versioned.dll", FALSE);
     const std::pair<std::string, std::string> versions[] = {
         {folder + "/versioned.dll", "1.6.1.1023"},
+        {folder + "/坦克/versioned.dll", "1.6.1.1023"},
         {folder + "/plain.dll", ""},
         {folder + "/CMakeCache.txt", ""},
-        {folder + "/missing.dll", ""},
-        {argv[2], argv[3]}};
+        {folder + "/missing.dll", ""}};
     for (const auto &[path, version] : versions)
         check(fileVersion(path) == version, "version of " + path + ": " + fileVersion(path));
     const char *user = std::getenv("USERNAME");
