@@ -1,22 +1,42 @@
 #include "CTaskSchdMgr.h"
 
-#include "ComHolders.h"
+#include <windows.h>
 
-// The scheduler's header needs the Windows types that the holders bring along.
+// These need the Windows types.
+#include <comutil.h>
 #include <taskschd.h>
+#include <wrl/client.h>
+
+using Microsoft::WRL::ComPtr;
 
 namespace
 {
+constexpr wchar_t RootFolderPath[] = L"\\";
+constexpr wchar_t OurFolderPath[] = L"\\Brekka";
 
-const wchar_t rootFolderPath[] = L"\\";
-const wchar_t ourFolderPath[] = L"\\Brekka";
-
-bool connectToScheduler(ComPointer<ITaskService> &service)
+/// Keeps COM initialised for the calling thread as a single-threaded apartment. A thread that is
+/// already set up, whichever way, is left as it was found.
+class ComApartment
 {
-    const ComVariant server, user, domain, password;
+public:
+    ComApartment() : m_result(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {}
+    ~ComApartment()
+    {
+        if (SUCCEEDED(m_result))
+            CoUninitialize();
+    }
+    ComApartment(const ComApartment &) = delete;
+    ComApartment &operator=(const ComApartment &) = delete;
+
+private:
+    HRESULT m_result;
+};
+
+bool connectToScheduler(ComPtr<ITaskService> &service)
+{
     return SUCCEEDED(CoCreateInstance(CLSID_TaskScheduler, nullptr, CLSCTX_SERVER, IID_ITaskService,
-                                      service.outVoid())) &&
-           SUCCEEDED(service->Connect(server.get(), user.get(), domain.get(), password.get()));
+                                      &service)) &&
+           SUCCEEDED(service->Connect(_variant_t(), _variant_t(), _variant_t(), _variant_t()));
 }
 
 /// The objects of one registration. They are members in the order in which they are obtained, so
@@ -34,95 +54,91 @@ public:
     bool registerAs(const wchar_t *taskName);
 
 private:
-    ComPointer<ITaskService> m_service;
-    ComPointer<ITaskFolder> m_rootFolder;
-    ComPointer<ITaskFolder> m_folder;
-    ComPointer<ITaskDefinition> m_definition;
-    ComPointer<ITaskSettings> m_settings;
-    ComPointer<IIdleSettings> m_idleSettings;
-    ComPointer<ITriggerCollection> m_triggers;
-    ComPointer<ITrigger> m_trigger;
-    ComPointer<IActionCollection> m_actions;
-    ComPointer<IAction> m_action;
-    ComPointer<IExecAction> m_execAction;
-    ComPointer<IPrincipal> m_principal;
-    ComPointer<IRegisteredTask> m_registered;
+    ComPtr<ITaskService> m_service;
+    ComPtr<ITaskFolder> m_rootFolder;
+    ComPtr<ITaskFolder> m_folder;
+    ComPtr<ITaskDefinition> m_definition;
+    ComPtr<ITaskSettings> m_settings;
+    ComPtr<IIdleSettings> m_idleSettings;
+    ComPtr<ITriggerCollection> m_triggers;
+    ComPtr<ITrigger> m_trigger;
+    ComPtr<IActionCollection> m_actions;
+    ComPtr<IAction> m_action;
+    ComPtr<IExecAction> m_execAction;
+    ComPtr<IPrincipal> m_principal;
+    ComPtr<IRegisteredTask> m_registered;
 };
 
 bool TaskRegistration::openFolder()
 {
     if (!connectToScheduler(m_service) ||
-        FAILED(m_service->GetFolder(ComString(rootFolderPath).get(), m_rootFolder.out())))
+        FAILED(m_service->GetFolder(_bstr_t(RootFolderPath), &m_rootFolder)))
         return false;
-    if (SUCCEEDED(m_rootFolder->GetFolder(ComString(ourFolderPath).get(), m_folder.out())))
+    if (SUCCEEDED(m_rootFolder->GetFolder(_bstr_t(OurFolderPath), &m_folder)))
         return true;
-    const ComVariant securityDescriptor;
-    return SUCCEEDED(m_rootFolder->CreateFolder(ComString(ourFolderPath).get(),
-                                                securityDescriptor.get(), m_folder.out()));
+    return SUCCEEDED(m_rootFolder->CreateFolder(_bstr_t(OurFolderPath), _variant_t(), &m_folder));
 }
 
 bool TaskRegistration::applySettings()
 {
-    return SUCCEEDED(m_service->NewTask(0, m_definition.out())) &&
-           SUCCEEDED(m_definition->get_Settings(m_settings.out())) &&
+    return SUCCEEDED(m_service->NewTask(0, &m_definition)) &&
+           SUCCEEDED(m_definition->get_Settings(&m_settings)) &&
            SUCCEEDED(m_settings->put_DisallowStartIfOnBatteries(VARIANT_FALSE)) &&
            SUCCEEDED(m_settings->put_StopIfGoingOnBatteries(VARIANT_FALSE)) &&
            SUCCEEDED(m_settings->put_RestartCount(3)) &&
-           SUCCEEDED(m_settings->put_RestartInterval(ComString(L"PT3M").get())) &&
-           SUCCEEDED(m_settings->get_IdleSettings(m_idleSettings.out())) &&
+           SUCCEEDED(m_settings->put_RestartInterval(_bstr_t(L"PT3M"))) &&
+           SUCCEEDED(m_settings->get_IdleSettings(&m_idleSettings)) &&
            SUCCEEDED(m_idleSettings->put_StopOnIdleEnd(VARIANT_FALSE));
 }
 
 bool TaskRegistration::addLogonTrigger()
 {
-    return SUCCEEDED(m_definition->get_Triggers(m_triggers.out())) &&
-           SUCCEEDED(m_triggers->Create(TASK_TRIGGER_LOGON, m_trigger.out()));
+    return SUCCEEDED(m_definition->get_Triggers(&m_triggers)) &&
+           SUCCEEDED(m_triggers->Create(TASK_TRIGGER_LOGON, &m_trigger));
 }
 
 bool TaskRegistration::addAction(const wchar_t *programPath, const wchar_t *workingDirectory,
                                  const wchar_t *arguments)
 {
-    if (FAILED(m_definition->get_Actions(m_actions.out())) ||
-        FAILED(m_actions->Create(TASK_ACTION_EXEC, m_action.out())) ||
-        FAILED(m_action->QueryInterface(IID_IExecAction, m_execAction.outVoid())) ||
-        FAILED(m_execAction->put_Path(ComString(programPath).get())))
+    if (FAILED(m_definition->get_Actions(&m_actions)) ||
+        FAILED(m_actions->Create(TASK_ACTION_EXEC, &m_action)) ||
+        FAILED(m_action->QueryInterface(IID_IExecAction, &m_execAction)) ||
+        FAILED(m_execAction->put_Path(_bstr_t(programPath))))
         return false;
-    if (arguments && FAILED(m_execAction->put_Arguments(ComString(arguments).get())))
+    if (arguments && FAILED(m_execAction->put_Arguments(_bstr_t(arguments))))
         return false;
     return !workingDirectory ||
-           SUCCEEDED(m_execAction->put_WorkingDirectory(ComString(workingDirectory).get()));
+           SUCCEEDED(m_execAction->put_WorkingDirectory(_bstr_t(workingDirectory)));
 }
 
 bool TaskRegistration::setPrincipal()
 {
-    return SUCCEEDED(m_definition->get_Principal(m_principal.out())) &&
-           SUCCEEDED(m_principal->put_GroupId(ComString(L"Users").get())) &&
+    return SUCCEEDED(m_definition->get_Principal(&m_principal)) &&
+           SUCCEEDED(m_principal->put_GroupId(_bstr_t(L"Users"))) &&
            SUCCEEDED(m_principal->put_RunLevel(TASK_RUNLEVEL_HIGHEST));
 }
 
 bool TaskRegistration::registerAs(const wchar_t *taskName)
 {
-    const ComVariant user, password, securityDescriptor;
     return SUCCEEDED(m_folder->RegisterTaskDefinition(
-        ComString(taskName).get(), m_definition.get(), TASK_CREATE_OR_UPDATE, user.get(),
-        password.get(), TASK_LOGON_INTERACTIVE_TOKEN, securityDescriptor.get(),
-        m_registered.out()));
+        _bstr_t(taskName), m_definition.Get(), TASK_CREATE_OR_UPDATE, _variant_t(), _variant_t(),
+        TASK_LOGON_INTERACTIVE_TOKEN, _variant_t(), &m_registered));
 }
 
 /// Looks for the task at the 1-based \a position; when it is \a taskName, removes it.
 bool deleteTaskAt(LONG position, const wchar_t *taskName, ITaskFolder *folder,
                   IRegisteredTaskCollection *tasks)
 {
-    ComPointer<IRegisteredTask> task;
-    ComString name;
-    if (FAILED(tasks->get_Item(ComVariant(position).get(), task.out())) ||
-        FAILED(task->get_Name(name.out())) || !name.get())
+    ComPtr<IRegisteredTask> task;
+    _bstr_t name;
+    if (FAILED(tasks->get_Item(_variant_t(position), &task)) ||
+        FAILED(task->get_Name(name.GetAddress())) || !name)
         return false;
-    if (CompareStringOrdinal(name.get(), -1, taskName, -1, TRUE) != CSTR_EQUAL)
+    if (CompareStringOrdinal(name, -1, taskName, -1, TRUE) != CSTR_EQUAL)
         return false;
     // A task that is already disabled can't start while it is being removed.
     task->put_Enabled(VARIANT_FALSE);
-    folder->DeleteTask(name.get(), 0);
+    folder->DeleteTask(name, 0);
     return true;
 }
 
@@ -144,14 +160,14 @@ bool CTaskSchdMgr::CreateTask(const wchar_t *taskName, const wchar_t *programPat
 bool CTaskSchdMgr::OpenTaskFolder(ITaskService **service, ITaskFolder **folder,
                                   IRegisteredTaskCollection **tasks)
 {
-    ComPointer<ITaskService> openedService;
-    ComPointer<ITaskFolder> openedFolder;
+    ComPtr<ITaskService> openedService;
+    ComPtr<ITaskFolder> openedFolder;
     if (!connectToScheduler(openedService) ||
-        FAILED(openedService->GetFolder(ComString(ourFolderPath).get(), openedFolder.out())) ||
+        FAILED(openedService->GetFolder(_bstr_t(OurFolderPath), &openedFolder)) ||
         FAILED(openedFolder->GetTasks(TASK_ENUM_HIDDEN, tasks)))
         return false;
-    *service = openedService.take();
-    *folder = openedFolder.take();
+    *service = openedService.Detach();
+    *folder = openedFolder.Detach();
     return true;
 }
 
@@ -160,10 +176,10 @@ bool CTaskSchdMgr::DeleteTask(const wchar_t *taskName, bool deleteFolder)
     if (!taskName)
         return false;
     const ComApartment apartment;
-    ComPointer<ITaskService> service;
-    ComPointer<ITaskFolder> folder;
-    ComPointer<IRegisteredTaskCollection> tasks;
-    if (!OpenTaskFolder(service.out(), folder.out(), tasks.out()))
+    ComPtr<ITaskService> service;
+    ComPtr<ITaskFolder> folder;
+    ComPtr<IRegisteredTaskCollection> tasks;
+    if (!OpenTaskFolder(&service, &folder, &tasks))
         return false;
 
     LONG count = 0;
@@ -171,12 +187,12 @@ bool CTaskSchdMgr::DeleteTask(const wchar_t *taskName, bool deleteFolder)
         count = 0;
     bool found = false;
     for (LONG position = 1; position <= count && !found; ++position)
-        found = deleteTaskAt(position, taskName, folder.get(), tasks.get());
+        found = deleteTaskAt(position, taskName, folder.Get(), tasks.Get());
 
     if (deleteFolder) {
-        ComPointer<ITaskFolder> rootFolder;
-        if (SUCCEEDED(service->GetFolder(ComString(rootFolderPath).get(), rootFolder.out())))
-            rootFolder->DeleteFolder(ComString(ourFolderPath).get(), 0);
+        ComPtr<ITaskFolder> rootFolder;
+        if (SUCCEEDED(service->GetFolder(_bstr_t(RootFolderPath), &rootFolder)))
+            rootFolder->DeleteFolder(_bstr_t(OurFolderPath), 0);
     }
     return found;
 }
