@@ -5,9 +5,9 @@
 
 namespace
 {
-constexpr int kBodyOverhead = 4 + 1 + 4 + 2; // everything in a body but the key's bytes
-constexpr quint64 kLargestBody = 1024;
-constexpr QDataStream::Version kStreamVersion = QDataStream::Qt_5_6;
+constexpr int BodyOverhead = 4 + 1 + 4 + 2; // everything in a body but the key's bytes
+constexpr quint64 LargestBody = 1024;
+constexpr QDataStream::Version StreamVersion = QDataStream::Qt_5_6;
 
 quint16 checksumOf(const QByteArray &bytes)
 {
@@ -19,7 +19,7 @@ QByteArray Greeting::toBody() const
 {
     QByteArray body;
     QDataStream stream(&body, QIODevice::WriteOnly);
-    stream.setVersion(kStreamVersion);
+    stream.setVersion(StreamVersion);
     stream << key.toLatin1() << quint8(kind) << instanceId;
     stream << checksumOf(body);
     return body;
@@ -32,7 +32,7 @@ std::optional<Greeting> Greeting::fromBody(const QByteArray &body)
     quint32 instanceId = 0;
     quint16 checksum = 0;
     QDataStream stream(body);
-    stream.setVersion(kStreamVersion);
+    stream.setVersion(StreamVersion);
     stream >> keyBytes >> kind >> instanceId >> checksum;
     if (stream.status() != QDataStream::Ok || checksum != checksumOf(body.chopped(2)))
         return std::nullopt;
@@ -43,7 +43,7 @@ QByteArray Greeting::toHeader(quint64 bodyLength)
 {
     QByteArray header;
     QDataStream stream(&header, QIODevice::WriteOnly);
-    stream.setVersion(kStreamVersion);
+    stream.setVersion(StreamVersion);
     stream << bodyLength;
     return header;
 }
@@ -52,12 +52,12 @@ quint64 Greeting::fromHeader(const QByteArray &header)
 {
     quint64 bodyLength = 0;
     QDataStream stream(header);
-    stream.setVersion(kStreamVersion);
+    stream.setVersion(StreamVersion);
     stream >> bodyLength;
     return bodyLength;
 }
 
 bool Greeting::canHaveLength(quint64 length, const QString &key)
 {
-    return length >= quint64(key.size() + kBodyOverhead) && length <= kLargestBody;
+    return length >= quint64(key.size() + BodyOverhead) && length <= LargestBody;
 }

@@ -19,7 +19,7 @@ enum class ConnectionKind : quint8 {
 /// key, Latin-1; kind, 1 byte; sender's instance number, 4 bytes; checksum over the body before it,
 /// 2 bytes.
 struct Greeting {
-    static constexpr int kHeaderSize = 8;
+    static constexpr int HeaderSize = 8;
 
     QString key;
     ConnectionKind kind = ConnectionKind::MessageSender;

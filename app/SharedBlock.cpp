@@ -2,7 +2,7 @@
 
 namespace
 {
-constexpr qint64 kNoProcess = -1;
+constexpr qint64 NoProcess = -1;
 } // namespace
 
 void SharedBlock::reset()
@@ -15,14 +15,14 @@ void SharedBlock::setPrimary(qint64 processId, const QByteArray &userName)
 {
     primaryRunning = 1;
     primaryProcessId = processId;
-    qstrncpy(primaryUserName, userName.constData(), kUserNameSize);
+    qstrncpy(primaryUserName, userName.constData(), UserNameSize);
     checksum = computeChecksum();
 }
 
 void SharedBlock::clearPrimary()
 {
     primaryRunning = 0;
-    primaryProcessId = kNoProcess;
+    primaryProcessId = NoProcess;
     primaryUserName[0] = '\0';
     checksum = computeChecksum();
 }
@@ -36,7 +36,7 @@ quint32 SharedBlock::addSecondary()
 
 QString SharedBlock::userName() const
 {
-    return QString::fromUtf8(primaryUserName, int(qstrnlen(primaryUserName, kUserNameSize)));
+    return QString::fromUtf8(primaryUserName, int(qstrnlen(primaryUserName, UserNameSize)));
 }
 
 quint16 SharedBlock::computeChecksum() const

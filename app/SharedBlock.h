@@ -11,12 +11,12 @@
 /// A value must only be touched while the block's lock is held. Every changing operation brings the
 /// checksum up to date; the padding is never written.
 struct alignas(8) SharedBlock {
-    static constexpr int kUserNameSize = 128; ///< with the terminating zero
+    static constexpr int UserNameSize = 128; ///< with the terminating zero
 
     quint8 primaryRunning;
     quint32 secondaryCount; ///< secondaries since the last reset; ends are not counted
     qint64 primaryProcessId;
-    char primaryUserName[kUserNameSize]; ///< UTF-8
+    char primaryUserName[UserNameSize]; ///< UTF-8
     quint16 checksum;
 
     /// Back to the state in which nobody runs and nobody ever did.

@@ -280,9 +280,9 @@ void SingleApplicationPrivate::readFrom(QLocalSocket *peer)
 
 void SingleApplicationPrivate::readGreetingHeader(QLocalSocket *peer)
 {
-    if (peer->bytesAvailable() < Greeting::kHeaderSize)
+    if (peer->bytesAvailable() < Greeting::HeaderSize)
         return;
-    const quint64 length = Greeting::fromHeader(peer->read(Greeting::kHeaderSize));
+    const quint64 length = Greeting::fromHeader(peer->read(Greeting::HeaderSize));
     // Waiting for such a body would let any process fill our memory.
     if (!Greeting::canHaveLength(length, instanceKey))
         return refuse(peer);

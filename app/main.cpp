@@ -11,10 +11,12 @@
 #include <QSettings>
 #include <QTextCodec>
 
+#include <chrono>
+
 namespace
 {
-constexpr int StartUpTimeout = 1000;   // milliseconds, to announce this start to the running copy
-constexpr int HandOverTimeout = 10000; // milliseconds, to hand over the command line
+constexpr std::chrono::milliseconds StartUpTimeout(1000);   // to announce us to the running copy
+constexpr std::chrono::milliseconds HandOverTimeout(10000); // to hand over the command line
 
 /// What has to be settled before there is an application object.
 void setPlatformDefaults()
@@ -32,7 +34,7 @@ int runSecondary(SingleApplication &application)
 {
     qDebug() << "i am the second process exit";
     const QByteArray commandLine = QCoreApplication::arguments().join(QLatin1Char(' ')).toUtf8();
-    application.sendToPrimary(commandLine, HandOverTimeout);
+    application.sendToPrimary(commandLine, int(HandOverTimeout.count()));
     qDebug() << "App already running.";
     qDebug() << "Primary instance PID: " << application.primaryProcessId();
     qDebug() << "Primary instance user: " << application.primaryUserName();
@@ -80,7 +82,7 @@ int main(int argc, char *argv[])
     Q_INIT_RESOURCE(brekka); // sits in a static library
     setPlatformDefaults();
     SingleApplication application(argc, argv, true, SingleApplication::NotifyOnSecondary,
-                                  StartUpTimeout, QString());
+                                  int(StartUpTimeout.count()), QString());
     RecevieSecondProcessMsg receiver(nullptr);
     if (application.isSecondaryInstance())
         return runSecondary(application);

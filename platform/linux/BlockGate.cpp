@@ -15,9 +15,9 @@
 
 namespace
 {
-constexpr int kKeyProject = 'Q'; // what the toolkit gives to ftok() beside the key file
-constexpr mode_t kKeyFileMode = 0640;
-constexpr int kReplaceAttempts = 8;
+constexpr int KeyProject = 'Q'; // what the toolkit gives to ftok() beside the key file
+constexpr mode_t KeyFileMode = 0640;
+constexpr int ReplaceAttempts = 8;
 
 void lockFile(int file)
 {
@@ -43,7 +43,7 @@ int makeLockedFile(const QByteArray &path, int (*publish)(const char *, const ch
     if (file == -1)
         return -1;
     lockFile(file);
-    if (fchmod(file, kKeyFileMode) == 0 && publish(temporary.constData(), path.constData()) == 0) {
+    if (fchmod(file, KeyFileMode) == 0 && publish(temporary.constData(), path.constData()) == 0) {
         unlink(temporary.constData());
         return file;
     }
@@ -58,7 +58,7 @@ int makeLockedFile(const QByteArray &path, int (*publish)(const char *, const ch
 /// that nobody holds.
 bool isKeyUsable(const QByteArray &path, qint64 size, bool fresh)
 {
-    const key_t key = ftok(path.constData(), kKeyProject);
+    const key_t key = ftok(path.constData(), KeyProject);
     const int block = key == -1 ? -1 : shmget(key, 0, 0);
     if (block == -1)
         return true;
@@ -135,7 +135,7 @@ void BlockGate::makeWay(qint64 size)
     const QByteArray &path = m_state->path;
     // Stay open until the end, or the next file would be given the inode number of the last one.
     std::vector<int> replaced;
-    for (int attempt = 0; m_state->file != -1 && attempt < kReplaceAttempts; ++attempt) {
+    for (int attempt = 0; m_state->file != -1 && attempt < ReplaceAttempts; ++attempt) {
         if (isKeyUsable(path, size, m_state->fresh))
             break;
         const int file = makeLockedFile(path, rename);

@@ -7,7 +7,7 @@
 namespace
 {
 
-const char entrySuffix[] = ".desktop";
+constexpr char EntrySuffix[] = ".desktop";
 
 QString autostartFolder()
 {
@@ -24,7 +24,7 @@ QStringList entriesOf(const QString &taskName)
     const QDir folder(autostartFolder());
     QStringList entries;
     for (const QString &file : folder.entryList(QDir::Files | QDir::Hidden | QDir::System)) {
-        if (file.compare(taskName + entrySuffix, Qt::CaseInsensitive) == 0)
+        if (file.compare(taskName + EntrySuffix, Qt::CaseInsensitive) == 0)
             entries.append(folder.filePath(file));
     }
     return entries;
@@ -88,7 +88,7 @@ bool CTaskSchdMgr::CreateTask(const wchar_t *taskName, const wchar_t *programPat
 
     QStringList entries = entriesOf(name);
     const QString path =
-        entries.isEmpty() ? autostartFolder() + '/' + name + entrySuffix : entries.takeFirst();
+        entries.isEmpty() ? autostartFolder() + '/' + name + EntrySuffix : entries.takeFirst();
     QSaveFile file(path);
     const QByteArray bytes = text.toUtf8();
     // Committing alone would not notice what a full disk swallowed.

@@ -11,7 +11,7 @@ namespace
 {
 
 // Registries that have seen years of use are of some ten megabytes.
-constexpr qint64 largestRegistry = 64 * 1024 * 1024;
+constexpr qint64 LargestRegistry = 64 * 1024 * 1024;
 
 /// Reads a number of at most \a most digits at \a position and moves behind it.
 QChar takeCode(const QByteArray &line, int &position, int base, int most)
@@ -104,7 +104,7 @@ QString WinePrefix::userString(const QString &key, const QString &name) const
 {
     QFile file(m_folder + "/user.reg");
     // Opening a pipe would wait for its writer.
-    if (!QFileInfo(file).isFile() || file.size() > largestRegistry ||
+    if (!QFileInfo(file).isFile() || file.size() > LargestRegistry ||
         !file.open(QIODevice::ReadOnly) || !file.readLine().startsWith("WINE REGISTRY Version 2"))
         return {};
     bool inKey = false;

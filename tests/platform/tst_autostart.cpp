@@ -6,7 +6,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-class tst_autostart : public QObject
+class tst_Autostart : public QObject
 {
     Q_OBJECT
 private slots:
@@ -28,7 +28,7 @@ private:
     CTaskSchdMgr m_scheduler;
 };
 
-void tst_autostart::init()
+void tst_Autostart::init()
 {
     m_dir.reset(new QTemporaryDir);
     qputenv("HOME", QFile::encodeName(path("home")));
@@ -36,14 +36,14 @@ void tst_autostart::init()
     qputenv("PROBE", QFile::encodeName(path("out")));
 }
 
-void tst_autostart::makeProbe(const QString &program) const
+void tst_Autostart::makeProbe(const QString &program) const
 {
     Files::write(program, "#!/bin/sh\n{ pwd; printf '%s\\n' \"$@\"; } >\"$PROBE.part\"\n"
                           "mkdir \"$PROBE\"; mv \"$PROBE.part\" \"$PROBE/told\"\n");
     QFile::setPermissions(program, QFile::Permissions(0x7755));
 }
 
-void tst_autostart::entryStartsProgram_data()
+void tst_Autostart::entryStartsProgram_data()
 {
     QTest::addColumn<int>("no data"); // a row's name is the folder
     for (const char *folder :
@@ -51,7 +51,7 @@ void tst_autostart::entryStartsProgram_data()
         QTest::newRow(folder) << 0;
 }
 
-void tst_autostart::entryStartsProgram()
+void tst_Autostart::entryStartsProgram()
 {
     const QString folder = path(QString::fromUtf8(QTest::currentDataTag()));
     const QString program = folder + "/BrekkaUpdater";
@@ -66,7 +66,7 @@ void tst_autostart::entryStartsProgram()
     QTRY_COMPARE_WITH_TIMEOUT(told(), expected.toUtf8(), 30000);
 }
 
-void tst_autostart::registersAndRemoves()
+void tst_Autostart::registersAndRemoves()
 {
     Files::write(path("config/autostart/Other.desktop"), "another program's");
     QVERIFY(!m_scheduler.DeleteTask(L"BrekkaTask", true));
@@ -97,7 +97,7 @@ void tst_autostart::registersAndRemoves()
     QVERIFY(QFile::exists(path("home/.config/autostart/BrekkaTask.desktop")));
 }
 
-void tst_autostart::updaterStartsProgram()
+void tst_Autostart::updaterStartsProgram()
 {
     const QString folder = path("应用 1"), updater = folder + "/BrekkaUpdater";
     makeProbe(folder + "/Brekka");
@@ -113,5 +113,5 @@ void tst_autostart::updaterStartsProgram()
     QVERIFY(alone.readAllStandardError().contains((folder + "/Brekka").toUtf8()));
 }
 
-QTEST_GUILESS_MAIN(tst_autostart)
+QTEST_GUILESS_MAIN(tst_Autostart)
 #include "tst_autostart.moc"

@@ -10,8 +10,8 @@
 
 namespace
 {
-const QByteArray Header = "WINE REGISTRY Version 2\n;; All keys relative to somewhere\n\n";
-const QByteArray Key =
+constexpr char Header[] = "WINE REGISTRY Version 2\n;; All keys relative to somewhere\n\n";
+constexpr char Key[] =
     R"(Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\WOT.CN.PRODUCTION)";
 
 QVariant location()
@@ -20,7 +20,7 @@ QVariant location()
 }
 } // namespace
 
-class tst_gameregistration : public QObject
+class tst_GameRegistration : public QObject
 {
     Q_OBJECT
 private slots:
@@ -36,7 +36,7 @@ private:
     QScopedPointer<QTemporaryDir> m_dir;
 };
 
-void tst_gameregistration::init()
+void tst_GameRegistration::init()
 {
     m_dir.reset(new QTemporaryDir);
     qunsetenv("WINEPREFIX");
@@ -49,7 +49,7 @@ void tst_gameregistration::init()
     QVERIFY(QFile::link("/", path(".wine/dosdevices/z:")));
 }
 
-void tst_gameregistration::reads_data()
+void tst_GameRegistration::reads_data()
 {
     QTest::addColumn<QByteArray>("lines"); // of the key
     QTest::addColumn<QString>("expected"); // null when not registered; below the test's folder: "~"
@@ -72,14 +72,15 @@ void tst_gameregistration::reads_data()
         << QString();
 }
 
-void tst_gameregistration::reads()
+void tst_GameRegistration::reads()
 {
     QFETCH(QByteArray, lines);
     QFETCH(QString, expected);
-    QByteArray text = Header + "[Software\\\\Before] 1\n\"InstallLocation\"=\"C:\\\\wrong\"\n\n";
+    QByteArray text =
+        QByteArray(Header) + "[Software\\\\Before] 1\n\"InstallLocation\"=\"C:\\\\wrong\"\n\n";
     Files::write(path(".wine/user.reg"), text);
     QVERIFY(location().isNull());
-    text += '[' + Key.toUpper() + "] 1795389218\n#time=1dd7ad71b44d882\n" + lines;
+    text += '[' + QByteArray(Key).toUpper() + "] 1795389218\n#time=1dd7ad71b44d882\n" + lines;
     Files::write(path(".wine/user.reg"), text);
     QCOMPARE(location().isNull(), expected.isNull());
     QCOMPARE(location().toString(), expected.replace("~", m_dir->path()));
@@ -88,11 +89,11 @@ void tst_gameregistration::reads()
     QVERIFY(location().isNull());
 }
 
-void tst_gameregistration::survivesOddFiles()
+void tst_GameRegistration::survivesOddFiles()
 {
     const QString file = path(".wine/user.reg");
     QVERIFY(location().isNull());
-    const QByteArray start = Header + '[' + Key + "] 1\n\"InstallLocation\"=\"C:";
+    const QByteArray start = QByteArray(Header) + '[' + Key + "] 1\n\"InstallLocation\"=\"C:";
     Files::write(file, start + QByteArray(10 * 1024 * 1024, '\\'));
     QVERIFY(location().isNull());
     Files::write(file, start + "\\\\Games\"\n");
@@ -104,7 +105,7 @@ void tst_gameregistration::survivesOddFiles()
     QVERIFY(location().isNull());
 }
 
-void tst_gameregistration::readsWhatWineWrote()
+void tst_GameRegistration::readsWhatWineWrote()
 {
     const QByteArray prefix = qgetenv("BREKKA_TEST_WINEPREFIX");
     if (prefix.isEmpty())
@@ -120,5 +121,5 @@ void tst_gameregistration::readsWhatWineWrote()
     QCOMPARE(location().toString(), QDir(prefix).canonicalPath() + "/drive_c/游戏a/It's \"50%\"/");
 }
 
-QTEST_GUILESS_MAIN(tst_gameregistration)
+QTEST_GUILESS_MAIN(tst_GameRegistration)
 #include "tst_gameregistration.moc"
