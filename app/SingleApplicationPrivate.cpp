@@ -5,7 +5,10 @@
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
 #include <QDebug>
+#include <QLocalServer>
+#include <QLocalSocket>
 #include <QRandomGenerator>
+#include <QSharedMemory>
 #include <QTimer>
 
 #include <chrono>

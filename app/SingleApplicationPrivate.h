@@ -7,16 +7,17 @@
 #include "SingleApplication.h"
 
 #include <QHash>
-#include <QLocalServer>
-#include <QLocalSocket>
 #include <QObject>
-#include <QSharedMemory>
+#include <QString>
 #include <QStringList>
 
 #include <memory>
 #include <optional>
 
 class QDeadlineTimer;
+class QLocalServer;
+class QLocalSocket;
+class QSharedMemory;
 
 /// State and work of SingleApplication: the shared block, the primary's server with its
 /// connections, and the secondary's connection to it.

@@ -232,7 +232,8 @@ private slots:
         QTest::newRow("no folder") << "~/file" << 0700 << false;
         QTest::newRow("the group's, too") << "~/run" << 0720 << false;
         QTest::newRow("everybody's") << "~/run" << 0702 << false;
-        QTest::newRow("somebody else's") << "~/run" << 0 << false;
+        if (geteuid() == 0) // who alone can give a folder away
+            QTest::newRow("somebody else's") << "~/run" << 0 << false;
     }
 
     /// No other user may be able to take the files away, nor stand in the way with theirs.
@@ -245,8 +246,8 @@ private slots:
         QVERIFY(QDir::setCurrent(m_temp->path()));
         if (mode != 0)
             QCOMPARE(chmod(run, mode_t(mode)), 0);
-        else if (chown(run, 12345, gid_t(-1)) == -1)
-            QSKIP("only root can give a folder away");
+        else
+            QCOMPARE(chown(run, 12345, gid_t(-1)), 0);
         qputenv("XDG_RUNTIME_DIR", folder.replace('~', m_temp->path()).toUtf8());
 
         const ProbePtr primary = startPrimary();
