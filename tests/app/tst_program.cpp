@@ -93,8 +93,9 @@ private:
 void tst_Program::initTestCase()
 {
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-    const QString plugins = QDir::listSeparator() + qEnvironmentVariable("QT_PLUGIN_PATH");
-    qputenv("QT_PLUGIN_PATH", (PLUGIN_PATH + plugins).toUtf8());
+    const QString ours = QDir(PLUGIN_PATH).absolutePath(); // under Wine with a drive
+    const QString others = QDir::listSeparator() + qEnvironmentVariable("QT_PLUGIN_PATH");
+    qputenv("QT_PLUGIN_PATH", (ours + others).toUtf8());
 }
 
 void tst_Program::init()
