@@ -40,14 +40,15 @@ collect_licenses() {
     cp "$doc/gcc-mingw-w64-x86-64-posix-runtime/copyright" "$1/compiler-runtime.txt"
     cp "$doc/mingw-w64-common/copyright" "$1/windows-runtime.txt"
     cp "$doc/libz-mingw-w64-dev/copyright" "$1/zlib.txt"
+    cp "$doc/libsodium-dev/copyright" "$1/libsodium.txt"
     cp "$common/LGPL-3" "$common/LGPL-2.1" "$common/GPL-3" "$common/GPL-2" "$1/"
     cat >"$1/README.txt" <<TEXT
 Brekka uses Qt $toolkit_version under the LGPL, version 3, as the DLLs whose names begin with Qt5 and those in the
 folders "platforms" and "styles"; others of the same version may take their place. They were made from
 the source package qtbase-opensource-src $(cat "$toolkit/complete") of Debian with
 scripts/windows/toolkit.sh of Brekka's sources, which holds the options and the one change.
-"toolkit.txt" tells who holds which rights in it, the other files do so for the compiler's runtime DLLs
-and for zlib.
+"toolkit.txt" tells who holds which rights in it, the other files do so for the compiler's runtime DLLs,
+for zlib and for libsodium.
 TEXT
 }
 
