@@ -28,6 +28,7 @@ endfunction()
 set(BREKKA_TEST_ENVIRONMENT
     QT_FORCE_STDERR_LOGGING=1
     LC_ALL=C.UTF-8
+    XDG_CACHE_HOME=${CMAKE_BINARY_DIR}/test-cache
     LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp:print_suppressions=0
     UBSAN_OPTIONS=print_stacktrace=1)
 if(NOT WIN32)

@@ -1,12 +1,14 @@
 #include "Http.h"
 
 #include "NetworkHttpReply.h"
+#include "RevalidatingCache.h"
 #include "WebAddress.h"
 
 #include <QCoreApplication>
 #include <QDebug>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QStandardPaths>
 #include <QThread>
 
 namespace
@@ -18,6 +20,7 @@ const QMap<QByteArray, QByteArray> &defaultRequestHeaders()
     return headers;
 }
 
+constexpr qint64 CacheSize = 4 * 1024 * 1024; // bytes; a manifest of 5,000 files takes a tenth
 QNetworkAccessManager *managerOfMainThread = nullptr;
 
 QNetworkAccessManager *makeManager()
@@ -25,6 +28,8 @@ QNetworkAccessManager *makeManager()
     auto *manager = new QNetworkAccessManager;
     if (qApp && QThread::currentThread() == qApp->thread()) {
         managerOfMainThread = manager;
+        const QString caches = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
+        manager->setCache(new RevalidatingCache(caches + QLatin1String("/http"), CacheSize));
         // Ends the manager's own thread, which must not be caught with a transfer while the process
         // takes its globals down.
         qAddPostRoutine([] { managerOfMainThread->clearConnectionCache(); });
@@ -78,6 +83,9 @@ QNetworkReply *Http::networkReply(const HttpRequest &req)
     // The network layer reports no end at all after some broken answers, and none of a line on
     // which nothing moves.
     request.setTransferTimeout(int(m_silence.count()));
+    // Half an answer, or one to a secret, is not for later.
+    const bool isPlain = req.headers.isEmpty() && req.offset == 0;
+    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, isPlain);
     const QMap<QByteArray, QByteArray> &headers =
         req.headers.isEmpty() ? m_requestHeaders : req.headers;
     for (auto it = headers.cbegin(); it != headers.cend(); ++it)

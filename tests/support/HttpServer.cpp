@@ -75,6 +75,9 @@ private:
             m_socket->write(answer.raw);
             return m_socket->disconnectFromHost();
         }
+        const QByteArray known = record.headers.value("if-none-match");
+        if (!known.isEmpty() && answer.headers.contains({"ETag", known}))
+            return this->answer({}, {304});
         const QByteArray status = QByteArray::number(answer.status);
         QByteArray head = "HTTP/1.1 " + status + " Status " + status + "\r\n";
         for (const auto &header : answer.headers)

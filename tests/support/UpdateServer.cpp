@@ -47,6 +47,8 @@ void UpdateServer::serve()
     if (falsify)
         falsify(data);
     body["data"] = data;
-    answer(Manifest, {{200, QJsonDocument(body).toJson()}});
+    const QByteArray manifest = QJsonDocument(body).toJson();
+    const QByteArray tag = '"' + Files::md5(manifest).toLatin1() + '"';
+    answer(Manifest, {{200, manifest, {{"ETag", tag}}}});
     answer(Package, {{200, archive}});
 }
