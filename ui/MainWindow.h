@@ -5,6 +5,7 @@
 #include "ErrorCode.h"
 #include "Hosts.h"
 #include "ManifestSignature.h"
+#include "PackageBackOff.h"
 
 #include <QString>
 #include <QVariant>
@@ -149,6 +150,7 @@ private:
     bool m_isAskedFor = false;
     int m_retryCount = 0;
     int m_wrongPackages = 0;
+    PackageBackOff m_backOff; ///< from a package that was given up
     QMetaObject::Connection m_manifestAnswer; ///< to the request that is waited for
 
     // What the last manifest announced, kept until an installation has been verified.

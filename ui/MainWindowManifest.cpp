@@ -82,6 +82,10 @@ bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
     // Without an address nothing would ever end this run.
     if (!need || !manifest.link)
         return endWithoutUpdate();
+    if (m_backOff.holds(m_newPackageMd5)) {
+        qDebug() << "package was given up, not fetched this time" << m_newPackageMd5;
+        return endWithoutUpdate();
+    }
     startDownload(*manifest.link);
     return true;
 }

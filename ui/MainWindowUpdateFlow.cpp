@@ -100,6 +100,7 @@ void MainWindow::OnAutoUpdate()
     if (m_autoUpdateModel || m_bRequesting)
         return;
     qDebug() << "OnAutoUpdate start";
+    m_backOff.tick();
     UpdatePlugin(true);
 }
 
@@ -115,6 +116,7 @@ void MainWindow::OnPluginExtractInstall()
     if (disconnect(std::exchange(m_manifestAnswer, {})))
         endRun();
     m_wrongPackages = 0;
+    m_backOff.forget();
     if (m_bRequesting) {
         // Half a package is none, and two must not be unpacked at once.
         m_isAskedFor = true;
@@ -260,6 +262,7 @@ void MainWindow::giveUp()
     if (m_isAskedFor)
         ShowMessage(InstallTexts::failed());
     endRun();
+    m_backOff.fail(m_newPackageMd5);
     MainController::instance()->WriteSetting(Keys::KeyLastCheckResult, false);
     ShowNew();
 }
@@ -320,8 +323,11 @@ void MainWindow::OnAutoUpdateCheckPluginsResult(QString strFilePath, bool bIsRig
 void MainWindow::OnReturnPluginsCheckResult(QString strFilePath, bool bIsRight)
 {
     if (m_autoUpdateModel) {
-        if (!bIsRight)
+        if (!bIsRight) {
+            // The package and the list of its files disagree, which fetching it again won't mend.
+            m_backOff.fail(m_newPackageMd5);
             ShowNew();
+        }
     } else {
         qDebug() << "OnReturnPluginsCheckResult  false";
         if (bIsRight) {

@@ -91,6 +91,9 @@ void UpdateScene::trust()
     sign();
     m_trusted = {m_signers[0].publicKey(), m_signers[1].publicKey()};
     offer("1.2.3");
+    // Packed a moment later, it is another archive.
+    Files::write(Paths::packageFile(), server.archive);
+    set("packagecheck", *server.offered.packageMd5);
     set("manifestserial", *server.offered.serial);
     set("packagesha256", *server.offered.packageSha256);
 }

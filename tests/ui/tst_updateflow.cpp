@@ -109,6 +109,14 @@ void checkDefaultInterval(UpdateScene &scene)
     QVERIFY(scene.hasTimer(300000));
 }
 
+void checkOften(UpdateScene &scene)
+{
+    const int checks = scene.logged("OnAutoUpdate start");
+    for (int i = 1; i <= 40; ++i)
+        WAIT_FOR((scene.window->OnAutoUpdate(), scene.logged("OnAutoUpdate start") == checks + i));
+    QCOMPARE(scene.server.count(UpdateServer::Package), 10);
+}
+
 /// What the worker was asked for before is done, and has come back.
 void settle(UpdateScene &scene)
 {
@@ -147,6 +155,7 @@ Steps serverSteps()
         {"list another",
          offering([](auto &server) { (*server.offered.files)["mods/a.pyc"] = "0"; })},
         {"announce another", offering([](auto &server) { server.offered.packageMd5 = "0"; })},
+        {"announce 1", offering([](auto &server) { server.offered.packageMd5 = "1"; })},
         {"name no link", offering([](auto &server) { server.offered.link.reset(); })},
         {"pack no archive", offering([](auto &server) {
              server.archive = "no archive";
@@ -231,6 +240,7 @@ Steps ourSteps()
         {"hostile version", checkHostileVersion},
         {"folder message", checkFolderMessage},
         {"default interval", checkDefaultInterval},
+        {"40 checks", checkOften},
         {"one mismatch", [](auto &scene) { QCOMPARE(scene.logged("本地文件md5 不符"), 1); }},
         {"no folder shown",
          [](auto &scene) {
@@ -334,9 +344,12 @@ void tst_UpdateFlow::flow_data()
     row("hostile version", "hostile version", "0+0");
     start("first installation", "remove plugin", "first installation", "1+1");
 
-    // Four new looks at the server after the first wrong package; each later check has one try.
+    // Four new looks at the server after the first wrong package; each later check has one try, and
+    // the longer it stays wrong, the fewer of them fetch it.
     row("wrong", "offer; announce another; tick; 1 ShowNew(void)", "5+5; " + wrong);
-    row("wrong, next check", "offer; announce another; tick; 1 ShowNew(void); tick",
+    row("wrong, many checks", "offer; announce another; 40 checks",
+        "unverified; no package; badge");
+    row("wrong, another one", "offer; announce another; tick; 1 ShowNew(void); announce 1; tick",
         "6+6; " + wrong);
     row("wrong, user", "remove package; offer; announce another; press", "5+5; " + wrong + failed);
     row("wrong, user once more", "offer; announce another; tick; 1 ShowNew(void); press",
