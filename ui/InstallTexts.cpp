@@ -23,3 +23,10 @@ QString InstallTexts::noGameFolder(const QString &host)
                           "<a href=\"https://%1/zh-cn/game/download\">请前往下载 </a></div>")
         .arg(host);
 }
+
+QString InstallTexts::notWritable(const QString &folder)
+{
+    return QStringLiteral("<div>无法写入文件夹 %1</div>"
+                          "<div>设置和插件将无法保存，请将程序移到其他文件夹后再启动。</div>")
+        .arg(folder.toHtmlEscaped());
+}

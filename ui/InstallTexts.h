@@ -13,4 +13,6 @@ QString update();
 QString failed();
 /// The message for a missing game folder, with a link to the game's download page on \a host.
 QString noGameFolder(const QString &host);
+/// The message for a \a folder of our own that can't be written to.
+QString notWritable(const QString &folder);
 } // namespace InstallTexts

@@ -1,8 +1,10 @@
 #include "MainWindow.h"
 
 #include "CustMessagebox.h"
+#include "InstallTexts.h"
 #include "MainController.h"
 #include "MaskForm.h"
+#include "Paths.h"
 
 #include <QAction>
 #include <QDebug>
@@ -55,9 +57,20 @@ MainWindow::MainWindow(const Hosts &hosts, const ManifestSignature::Keys &keys, 
     connectController();
     connectFlow();
     m_version->setText(MainController::instance()->GetSelfVersion());
+    // Once whoever made the window has shown it.
+    QMetaObject::invokeMethod(this, &MainWindow::checkOwnFolders, Qt::QueuedConnection);
 }
 
 MainWindow::~MainWindow() = default;
+
+void MainWindow::checkOwnFolders()
+{
+    const QString folder = Paths::unwritableFolder();
+    if (folder.isEmpty())
+        return;
+    qWarning() << "can't write to the folder" << folder;
+    ShowMessage(InstallTexts::notWritable(QDir::toNativeSeparators(folder)));
+}
 
 void MainWindow::setUpLinks()
 {

@@ -74,6 +74,7 @@ protected:
 
 private:
     // Construction, pages and controls
+    void checkOwnFolders();
     void setUpLinks();
     void connectControls();
     void connectController();

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QStringList>
+#include <QTemporaryFile>
 
 QString Paths::inFolder(const QString &folder, const QString &relative)
 {
@@ -47,6 +48,15 @@ QString Paths::downloadFolder()
 QString Paths::packageFile()
 {
     return inFolder(downloadFolder(), QStringLiteral("pluginsconfig"));
+}
+
+QString Paths::unwritableFolder()
+{
+    for (const QString &folder : {QCoreApplication::applicationDirPath(), QDir::currentPath()}) {
+        if (!QTemporaryFile(folder + QLatin1String("/brekka-XXXXXX")).open())
+            return folder;
+    }
+    return {};
 }
 
 QString Paths::updaterProgram()

@@ -22,6 +22,10 @@ QString downloadFolder();
 /// The file that every downloaded package is saved as; it has no extension.
 QString packageFile();
 
+/// The folder of the program's own, or else of its settings, in which no file can be made; empty
+/// if all is well. Tries it, because permissions alone don't tell on every system. Any thread.
+QString unwritableFolder();
+
 /// The updater beside the program, which is what the system starts at logon.
 QString updaterProgram();
 } // namespace Paths

@@ -21,7 +21,11 @@ public:
 
     bool eventFilter(QObject *object, QEvent *event) override
     {
-        if (!object->inherits("MainWindow") || event->type() != QEvent::Show)
+        if (event->type() != QEvent::Show)
+            return false;
+        if (object->inherits("CustMessagebox"))
+            qDebug() << "box" << object->findChild<QObject *>("m_pLabel")->property("text");
+        if (!object->inherits("MainWindow"))
             return false;
         qDebug() << "window shown";
         if (m_hides)

@@ -15,10 +15,10 @@ namespace
 {
 /// A running copy of the program and what it says.
 struct Program : QProcess {
-    Program(const QString &path, const QString &arguments)
+    Program(const QString &path, const QString &arguments, const QString &folder = {})
     {
         setProcessChannelMode(MergedChannels);
-        setWorkingDirectory(QFileInfo(path).path());
+        setWorkingDirectory(folder.isEmpty() ? QFileInfo(path).path() : folder);
         start(path, arguments.split(' ', Qt::SkipEmptyParts));
     }
     // Politely, so that it takes its shared memory along.
@@ -76,6 +76,9 @@ private slots:
     void init();
     void recoversFromKills();
     void livesAndLeaves();
+#ifdef Q_OS_LINUX
+    void namesUnwritableFolder();
+#endif
 
 private:
     QVariant stored(const QString &key) const
@@ -204,6 +207,16 @@ void tst_Program::livesAndLeaves()
     }
     QCOMPARE(Files::readTree(m_app), settings);
 }
+
+#ifdef Q_OS_LINUX
+void tst_Program::namesUnwritableFolder()
+{
+    // Nobody, not even root, can make files there.
+    Program program(m_program, "", "/proc");
+    UNTIL(program, program.said("box QVariant(QString, \"<div>无法写入文件夹 /proc</div>"));
+    QVERIFY2(program.said("can't write to the folder \"/proc\""), program.output);
+}
+#endif
 
 QTEST_GUILESS_MAIN(tst_Program)
 #include "tst_program.moc"
