@@ -96,7 +96,7 @@ private:
 void tst_Program::initTestCase()
 {
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-    const QString ours = QDir(PLUGIN_PATH).absolutePath(); // under Wine with a drive
+    const QString ours = QFileInfo(PLUGIN_PATH).canonicalFilePath(); // under Wine with a drive
     const QString others = QDir::listSeparator() + qEnvironmentVariable("QT_PLUGIN_PATH");
     qputenv("QT_PLUGIN_PATH", (ours + others).toUtf8());
 }
