@@ -1,19 +1,18 @@
 #pragma once
 
 #include "PluginFileList.h"
+#include "ZipWriter.h"
 
 #include <QString>
 #include <QTemporaryFile>
 
-#include <memory>
-
-class QZipWriter;
+#include <optional>
 
 /// Packs a plugin's files into the zip package that players download.
 ///
 /// The package grows in a temporary file of the folder that it is meant for and gets its name, the
 /// MD5 of its content, only when it is complete and has been read back; until then, and after a
-/// failure, destroying the writer leaves nothing behind. One file at a time is held in memory.
+/// failure, destroying the writer leaves nothing behind. The same files give the same package.
 ///
 /// Limits are those of the reader in the players' program: 65,535 files, 2,000,000,000 bytes a
 /// file, and a package below 2 GiB.
@@ -21,7 +20,6 @@ class PackageWriter
 {
 public:
     explicit PackageWriter(const QString &folder);
-    ~PackageWriter();
 
     // Each of the steps is false on failure, and errorString() says why in one line.
 
@@ -30,13 +28,15 @@ public:
     bool add(const QString &file, const QString &sourcePath);
     /// Completes the package and reads every file back from it.
     bool finish();
-    /// Gives the finished package its name in the folder, where it may lie already.
+    /// Gives the finished package its name in the folder, where it may lie already. When that is
+    /// done, it is on the disk to stay.
     bool keep();
 
     /// The files added and their MD5 sums, taken from the very bytes that were packed.
     PluginFileList checksums() const { return m_checksums; }
-    /// MD5 of the finished package, 32 lowercase hexadecimal digits.
+    /// Sums of the finished package, in lowercase hexadecimal digits.
     QString md5() const { return m_md5; }
+    QString sha256() const { return m_sha256; }
     /// Path of the package once it is kept.
     QString path() const;
     /// Whether keeping it has created it.
@@ -44,14 +44,14 @@ public:
     QString errorString() const { return m_error; }
 
 private:
-    bool readBack();
     bool fail(const QString &text);
 
     QString m_folder;
     QTemporaryFile m_file;
-    std::unique_ptr<QZipWriter> m_zip;
+    std::optional<ZipWriter> m_zip;
     PluginFileList m_checksums;
     QString m_md5;
+    QString m_sha256;
     bool m_isNew = false;
     QString m_error;
 };

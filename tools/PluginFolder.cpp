@@ -5,6 +5,7 @@
 #include <QFileInfo>
 #include <QHash>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace
@@ -22,13 +23,26 @@ bool hidesNames(const QDir &folder, int listed)
 }
 } // namespace
 
-PluginFolder::PluginFolder(const QString &path) : m_path(path) {}
+PluginFolder::PluginFolder(const QString &path, const QStringList &excluded) : m_path(path)
+{
+    QStringList patterns = excluded;
+    for (const char *litter : {".DS_Store", "Thumbs.db", "desktop.ini", ".git", ".gitignore",
+                               ".svn", "*~", "*.bak", "*.orig", "*.swp", ".#*", "#*#"})
+        patterns += QLatin1String(litter);
+    for (const QString &pattern : qAsConst(patterns)) {
+        const QRegularExpression expression(
+            QRegularExpression::wildcardToRegularExpression(pattern),
+            QRegularExpression::CaseInsensitiveOption);
+        m_excluded.append({pattern.contains(QLatin1Char('/')), expression});
+    }
+}
 
 bool PluginFolder::scan()
 {
     if (!QFileInfo(m_path).isDir())
         return fail(QStringLiteral("no such folder: %1").arg(m_path));
     m_files.clear();
+    m_leftOut.clear();
     if (!scanFolder(QString()))
         return false;
     if (m_files.isEmpty())
@@ -53,6 +67,10 @@ bool PluginFolder::scanFolder(const QString &prefix)
     for (const QFileInfo &entry : entries) {
         const QString name = entry.fileName();
         const QString relative = prefix + name;
+        if (isExcluded(relative)) {
+            m_leftOut += relative;
+            continue;
+        }
         QString &twin = folded[name.toCaseFolded()];
         const QString problem = WindowsName::problem(name);
         if (!problem.isEmpty())
@@ -76,6 +94,14 @@ bool PluginFolder::scanFolder(const QString &prefix)
         }
     }
     return true;
+}
+
+bool PluginFolder::isExcluded(const QString &relative) const
+{
+    const QString name = relative.section(QLatin1Char('/'), -1);
+    return std::any_of(m_excluded.begin(), m_excluded.end(), [&](const auto &pattern) {
+        return pattern.second.match(pattern.first ? relative : name).hasMatch();
+    });
 }
 
 QString PluginFolder::pathOf(const QString &file) const

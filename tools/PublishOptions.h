@@ -5,17 +5,19 @@
 #include <QString>
 #include <QStringList>
 
-/// What one run publishes and where, as the command line says.
+/// What one run does and where, as the command line says.
 class PublishOptions
 {
 public:
+    enum class Action { Publish, List, RollBack, Pause, NewKey, Help };
+
     PublishOptions();
 
     /// Reads \a arguments, the program's name first. False when they are no use; errorString()
     /// then says why in one line.
     bool parse(const QStringList &arguments);
 
-    bool helpRequested() const { return m_parser.isSet(m_help); }
+    Action action() const { return m_action; }
     QString helpText() const { return m_parser.helpText(); }
     QString errorString() const { return m_error; }
 
@@ -26,8 +28,22 @@ public:
     QString baseUrl() const;
     /// "YYYY-MM-DD HH:MM:SS"; the present moment unless given.
     QString date() const;
+    bool isDateGiven() const { return m_parser.isSet(m_date); }
+    /// Names, or paths below the plugin's folder, with wildcards.
+    QStringList excluded() const { return m_parser.values(m_exclude); }
+    bool allowsRemoved() const { return m_parser.isSet(m_allowRemoved); }
+    /// How many of the last manifests keep their packages; 0 for all.
+    int kept() const { return m_parser.value(m_keep).toInt(); }
+    /// MD5 of the package to return to.
+    QString rollBackTo() const { return m_parser.value(m_rollBack); }
+    QString newKeyFile() const { return m_parser.value(m_newKey); }
+    /// The private key's file; empty to publish unsigned.
+    QString keyFile() const { return m_parser.value(m_key); }
+    bool allowsUnsigned() const { return m_parser.isSet(m_unsigned); }
 
 private:
+    bool findAction();
+    bool checkValues();
     bool fail(const QString &text);
 
     QCommandLineOption m_pluginDir;
@@ -35,7 +51,17 @@ private:
     QCommandLineOption m_baseUrl;
     QCommandLineOption m_out;
     QCommandLineOption m_date;
+    QCommandLineOption m_exclude;
+    QCommandLineOption m_allowRemoved;
+    QCommandLineOption m_keep;
+    QCommandLineOption m_key;
+    QCommandLineOption m_unsigned;
+    QCommandLineOption m_list;
+    QCommandLineOption m_rollBack;
+    QCommandLineOption m_pause;
+    QCommandLineOption m_newKey;
     QCommandLineOption m_help;
     QCommandLineParser m_parser;
+    Action m_action = Action::Publish;
     QString m_error;
 };

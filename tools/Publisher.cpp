@@ -1,40 +1,116 @@
 #include "Publisher.h"
+
 #include "Interruption.h"
+#include "ManifestSignature.h"
 #include "PackageWriter.h"
 #include "PluginFolder.h"
 #include "PublishOptions.h"
-#include "UpdateManifest.h"
 
+#include <QCryptographicHash>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
-#include <QSaveFile>
 
-Publisher::Publisher(const PublishOptions &options) : m_options(options) {}
+#include <algorithm>
+
+namespace
+{
+using Action = PublishOptions::Action;
+constexpr qint64 ClockTolerance = 60; // seconds
+constexpr int MaxNames = 5;           // in a message
+
+QString someOf(const QStringList &names)
+{
+    QString text = names.mid(0, MaxNames).join(QStringLiteral(", "));
+    if (names.size() > MaxNames)
+        text += QStringLiteral(" and %1 more").arg(names.size() - MaxNames);
+    return text;
+}
+
+/// In hexadecimal digits; empty if the file can't be read.
+QString sumOf(const QString &path, QCryptographicHash::Algorithm algorithm)
+{
+    QFile file(path);
+    QCryptographicHash hash(algorithm);
+    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
+        return {};
+    return QString::fromLatin1(hash.result().toHex());
+}
+} // namespace
+
+Publisher::Publisher(const PublishOptions &options) : m_options(options), m_folder(options.outDir())
+{
+}
 
 bool Publisher::run()
 {
-    if (publish())
-        return true;
-    takeBack();
-    return false;
+    if (m_options.action() == Action::NewKey)
+        return makeKey();
+    if (!m_options.keyFile().isEmpty() &&
+        !(m_key = SigningKey::load(m_options.keyFile(), &m_error)))
+        return false;
+    bool done = false;
+    switch (m_options.action()) {
+    case Action::RollBack:
+        done = rollBack();
+        break;
+    case Action::Pause:
+        done = pause();
+        break;
+    case Action::List:
+        done = m_folder.open(false) || fail(m_folder.errorString());
+        list();
+        break;
+    default:
+        done = publish();
+    }
+    if (done)
+        m_folder.settle();
+    return done;
+}
+
+bool Publisher::makeKey()
+{
+    const auto key = SigningKey::create(m_options.newKeyFile(), &m_error);
+    if (key)
+        m_report += QString::fromLatin1(key->publicKey().toBase64());
+    return key.has_value();
 }
 
 bool Publisher::publish()
 {
-    PluginFolder plugin(m_options.pluginDir());
+    PluginFolder plugin(m_options.pluginDir(), m_options.excluded());
     if (!plugin.scan())
         return fail(plugin.errorString());
     // The next run would pack this run's output.
     if (plugin.contains(m_options.outDir()))
         return fail(QStringLiteral("the output folder lies in the plugin folder"));
+    if (!plugin.leftOut().isEmpty())
+        m_report += QStringLiteral("left out: ") + someOf(plugin.leftOut());
+    if (!m_folder.open(true))
+        return fail(m_folder.errorString());
 
-    const QString packages = m_options.outDir() + QStringLiteral("/packages");
-    if (!makeFolder(packages) || !makeFolder(m_options.outDir() + QStringLiteral("/cms")))
+    PackageWriter package(m_folder.packagesPath());
+    if (!pack(plugin, package))
         return false;
-    PackageWriter package(packages);
-    return pack(plugin, package) && writeManifest(package);
+    UpdateManifest manifest;
+    manifest.hasData = true;
+    manifest.version = m_options.pluginVersion();
+    manifest.packageMd5 = package.md5();
+    manifest.updatedAt = m_options.date();
+    manifest.link = QStringLiteral("%1/packages/%2.zip").arg(m_options.baseUrl(), package.md5());
+    manifest.files = package.checksums();
+    if (isOffered(manifest) && QFileInfo::exists(m_folder.packagePath(manifest))) {
+        m_report += QStringLiteral("already offered: version %1, %2")
+                        .arg(manifest.version, m_folder.packagePath(manifest));
+        return m_folder.repair() || fail(m_folder.errorString());
+    }
+    if (!checkRemoved(manifest))
+        return false;
+    if (!package.keep())
+        return fail(package.errorString());
+    if (package.isNew())
+        m_folder.addNewFile(package.path());
+    return offer(manifest, package.sha256());
 }
 
 bool Publisher::pack(const PluginFolder &plugin, PackageWriter &package)
@@ -49,54 +125,140 @@ bool Publisher::pack(const PluginFolder &plugin, PackageWriter &package)
     }
     if (!package.finish())
         return fail(package.errorString());
-    if (Interruption::requested())
-        return fail(QStringLiteral("interrupted"));
-    if (!package.keep())
-        return fail(package.errorString());
-    if (package.isNew())
-        m_newPackage = package.path();
-    return true;
+    return !Interruption::requested() || fail(QStringLiteral("interrupted"));
 }
 
-bool Publisher::writeManifest(const PackageWriter &package)
+/// Whether publishing \a manifest, not yet signed, would change nothing but the date of the day.
+bool Publisher::isOffered(const UpdateManifest &manifest) const
 {
-    UpdateManifest manifest;
-    manifest.hasData = true;
-    manifest.version = m_options.pluginVersion();
-    manifest.packageMd5 = package.md5();
-    manifest.updatedAt = m_options.date();
-    manifest.link = QStringLiteral("%1/packages/%2.zip").arg(m_options.baseUrl(), package.md5());
-    manifest.files = package.checksums();
-    const QByteArray json = QJsonDocument(manifest.toJson()).toJson();
-
-    QSaveFile file(m_options.outDir() + QStringLiteral("/cms/upgrade"));
-    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit())
-        return fail(QStringLiteral("cannot write %1: %2").arg(file.fileName(), file.errorString()));
-    m_summary = QStringLiteral("published %1 files as version %2: %3 and %4")
-                    .arg(QString::number(manifest.files->size()), manifest.version, package.path(),
-                         file.fileName());
-    return true;
-}
-
-bool Publisher::makeFolder(const QString &path)
-{
-    if (QFileInfo(path).isDir())
-        return true;
-    const QString parent = QFileInfo(QDir::cleanPath(path)).path();
-    if (!makeFolder(parent))
+    if (!m_folder.offered())
         return false;
-    if (!QDir().mkdir(path))
-        return fail(QStringLiteral("cannot create the folder %1").arg(path));
-    m_madeFolders.prepend(path);
+    UpdateManifest there = *m_folder.offered();
+    const QJsonObject data = there.toJson().value(QStringLiteral("data")).toObject();
+    const bool isSigned =
+        m_key ? ManifestSignature::problem(data, {m_key->publicKey()}).isEmpty() : !there.signature;
+    there.packageSha256.reset();
+    there.serial.reset();
+    there.signature.reset();
+    if (!m_options.isDateGiven())
+        there.updatedAt = manifest.updatedAt;
+    return isSigned && there.toJson() == manifest.toJson();
+}
+
+bool Publisher::checkRemoved(const UpdateManifest &manifest)
+{
+    if (m_folder.history().isEmpty())
+        return true;
+    QStringList removed;
+    const PluginFileList before =
+        m_folder.history().constLast().manifest.files.value_or(PluginFileList());
+    for (auto file = before.begin(); file != before.end(); ++file) {
+        QString name = file.key();
+        if (!manifest.files->contains(name.replace(QLatin1Char('\\'), QLatin1Char('/'))))
+            removed += name;
+    }
+    if (removed.isEmpty())
+        return true;
+    const QString text = QStringLiteral("no longer there, but kept on players' disks and in their "
+                                        "lists: %1")
+                             .arg(someOf(removed));
+    if (m_options.action() == Action::Publish && !m_options.allowsRemoved())
+        return fail(text + QStringLiteral("; ship them empty, which costs nothing, or give "
+                                          "--allow-removed"));
+    m_report += text;
     return true;
 }
 
-void Publisher::takeBack()
+bool Publisher::sign(UpdateManifest &manifest, const QString &packageSha256)
 {
-    if (!m_newPackage.isEmpty())
-        QFile::remove(m_newPackage);
-    for (const QString &folder : qAsConst(m_madeFolders))
-        QDir().rmdir(folder);
+    qint64 last = 0;
+    bool wasSigned = m_folder.offered() && m_folder.offered()->signature;
+    for (const Release &release : m_folder.history())
+        last = std::max(last, release.manifest.serial.value_or(QString()).toLongLong());
+    if (!m_folder.history().isEmpty())
+        wasSigned |= m_folder.history().constLast().manifest.signature.has_value();
+    manifest.packageSha256.reset();
+    manifest.serial.reset();
+    manifest.signature.reset();
+    if (!m_key) {
+        return !wasSigned || m_options.allowsUnsigned() ||
+               fail(QStringLiteral("the last manifest was signed, so programs with keys would "
+                                   "refuse this one; give --key, or --unsigned if that is meant"));
+    }
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    const qint64 serial = std::max(now, last + 1);
+    if (serial - now > ClockTolerance)
+        return fail(QStringLiteral("the serial would go back from %1 to %2; is the clock right?")
+                        .arg(last)
+                        .arg(now));
+    manifest.packageSha256 = packageSha256;
+    manifest.serial = QString::number(serial);
+    const auto bytes =
+        ManifestSignature::signedBytes(manifest.toJson().value(QStringLiteral("data")).toObject());
+    if (!bytes)
+        return fail(QStringLiteral("the manifest lacks a text that has to be signed"));
+    manifest.signature = QString::fromLatin1(m_key->signatureOf(*bytes).toBase64());
+    return true;
+}
+
+bool Publisher::offer(UpdateManifest manifest, const QString &packageSha256)
+{
+    if (!sign(manifest, packageSha256))
+        return false;
+    if (!m_folder.offer(manifest))
+        return fail(m_folder.errorString());
+    m_folder.settle();
+    m_report += QStringLiteral("published %1 files as version %2: %3 and %4")
+                    .arg(QString::number(manifest.files.value_or(PluginFileList()).size()),
+                         manifest.version, m_folder.packagePath(manifest), m_folder.manifestPath());
+    if (m_options.kept() > 0) {
+        const QStringList removed = m_folder.prune(m_options.kept());
+        if (!removed.isEmpty())
+            m_report += QStringLiteral("removed: ") + someOf(removed);
+    }
+    return true;
+}
+
+bool Publisher::rollBack()
+{
+    if (!m_folder.open(false))
+        return fail(m_folder.errorString());
+    const auto &history = m_folder.history();
+    const auto release = std::find_if(history.crbegin(), history.crend(), [this](const Release &r) {
+        return r.manifest.packageMd5 == m_options.rollBackTo().toLower();
+    });
+    if (release == history.crend())
+        return fail(QStringLiteral("nothing with the checksum %1 was published; see --list")
+                        .arg(m_options.rollBackTo()));
+    const UpdateManifest manifest = release->manifest;
+    const QString package = m_folder.packagePath(manifest);
+    if (sumOf(package, QCryptographicHash::Md5) != manifest.packageMd5)
+        return fail(QStringLiteral("%1 is gone or damaged").arg(package));
+    return checkRemoved(manifest) && offer(manifest, sumOf(package, QCryptographicHash::Sha256));
+}
+
+bool Publisher::pause()
+{
+    if (!m_folder.open(false) || !m_folder.pause())
+        return fail(m_folder.errorString());
+    m_report += QStringLiteral("paused: nothing is offered until something is published again");
+    return true;
+}
+
+void Publisher::list()
+{
+    for (const Release &release : m_folder.history()) {
+        const UpdateManifest &manifest = release.manifest;
+        QStringList words{QString::number(release.number), release.since.toString(Qt::ISODate),
+                          manifest.packageMd5.value_or(QString()), manifest.version};
+        if (manifest.signature)
+            words += QStringLiteral("(signed)");
+        if (!QFileInfo::exists(m_folder.packagePath(manifest)))
+            words += QStringLiteral("(package removed)");
+        if (&release == &m_folder.history().constLast())
+            words += m_folder.offered() ? QStringLiteral("(offered)") : QStringLiteral("(paused)");
+        m_report += words.join(QLatin1Char(' '));
+    }
 }
 
 bool Publisher::fail(const QString &text)

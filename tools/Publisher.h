@@ -1,18 +1,20 @@
 #pragma once
 
+#include "ReleaseFolder.h"
+#include "SigningKey.h"
+
 #include <QString>
 #include <QStringList>
+
+#include <optional>
 
 class PackageWriter;
 class PluginFolder;
 class PublishOptions;
 
-/// Puts a plugin where a web server can serve it to players.
+/// Puts a plugin where a web server can serve it to players, or takes an earlier one back there.
 ///
-/// In the output folder the package goes to packages/ and the manifest to cms/upgrade. The
-/// manifest comes last and replaces the one before it in one step, so that a server never
-/// announces a package that it doesn't have. Earlier packages stay, for players who are still
-/// downloading them. A failed or interrupted run takes back whatever it had created.
+/// A failed or interrupted run takes back whatever it had created.
 class Publisher
 {
 public:
@@ -21,21 +23,26 @@ public:
     /// Runs once. False on failure, and errorString() says why in one line.
     bool run();
 
-    /// What a successful run has done, in one line.
-    QString summary() const { return m_summary; }
+    /// What a successful run has done, or was asked for, in lines.
+    QStringList report() const { return m_report; }
     QString errorString() const { return m_error; }
 
 private:
+    bool makeKey();
     bool publish();
+    bool rollBack();
+    bool pause();
+    void list();
     bool pack(const PluginFolder &plugin, PackageWriter &package);
-    bool writeManifest(const PackageWriter &package);
-    bool makeFolder(const QString &path);
-    void takeBack();
+    bool isOffered(const UpdateManifest &manifest) const;
+    bool checkRemoved(const UpdateManifest &manifest);
+    bool sign(UpdateManifest &manifest, const QString &packageSha256);
+    bool offer(UpdateManifest manifest, const QString &packageSha256);
     bool fail(const QString &text);
 
     const PublishOptions &m_options;
-    QString m_newPackage;
-    QStringList m_madeFolders;
-    QString m_summary;
+    ReleaseFolder m_folder;
+    std::optional<SigningKey> m_key;
+    QStringList m_report;
     QString m_error;
 };

@@ -17,14 +17,19 @@ void print(std::FILE *stream, const QString &text)
     std::fprintf(stream, "%s\n", text.toLocal8Bit().constData());
 }
 
-int complain(int exitCode, QString text)
+/// Whatever the names in it are made of.
+QString oneLine(QString text)
 {
-    // One line, whatever the names in it are made of.
     for (QChar &c : text) {
         if (c.category() == QChar::Other_Control)
             c = QLatin1Char('?');
     }
-    print(stderr, QStringLiteral("brekka-publish: %1").arg(text));
+    return text;
+}
+
+int complain(int exitCode, const QString &text)
+{
+    print(stderr, QStringLiteral("brekka-publish: %1").arg(oneLine(text)));
     return exitCode;
 }
 } // namespace
@@ -39,15 +44,15 @@ int main(int argc, char *argv[])
     if (!options.parse(QCoreApplication::arguments()))
         return complain(WrongUsage,
                         options.errorString() + QStringLiteral(" Try brekka-publish --help."));
-    if (options.helpRequested()) {
+    if (options.action() == PublishOptions::Action::Help) {
         print(stdout, options.helpText());
         return 0;
     }
 
     Interruption::watch();
     Publisher publisher(options);
-    if (!publisher.run())
-        return complain(Failure, publisher.errorString());
-    print(stdout, publisher.summary());
-    return 0;
+    const bool done = publisher.run();
+    for (const QString &line : publisher.report())
+        print(stdout, oneLine(line));
+    return done ? 0 : complain(Failure, publisher.errorString());
 }

@@ -18,6 +18,8 @@ class tst_publish : public QObject
 private slots:
     void init();
     void publishes();
+    void stories_data();
+    void stories();
     void refuses_data();
     void refuses();
     void interrupted();
@@ -69,8 +71,8 @@ void tst_publish::publishes()
     const QString package = "packages/" + data["md5"].toString() + ".zip";
     QCOMPARE(data["link"].toString(), "http://127.0.0.1:8102/base/" + package);
     QCOMPARE(Files::md5(Files::read(at("out/") + package)), data["md5"].toString());
-    QVERIFY(QFile::permissions(at("out/") + package) & QFile::ReadOther);
-    QCOMPARE(Files::readTree(at("out")).keys(), (QStringList{"cms/upgrade", package}));
+    QCOMPARE(Files::readTree(at("out")).keys(),
+             (QStringList{"cms/upgrade", "cms/upgrade.gz", "history/000001.json", package}));
 
     // The players' program reads the list one byte a character.
     const auto list = QJsonDocument::fromJson(data["upgrade_info"].toString().toLatin1()).object();
@@ -81,18 +83,99 @@ void tst_publish::publishes()
         QCOMPARE(list[file.key()].toString(), Files::md5(file.value()));
         QCOMPARE(reader.fileData(file.key()), file.value());
     }
+}
 
-    // The earlier package stays but is not announced any more; a failure harms neither. Without a
-    // change the same package may come out, or one with a later time in it.
-    run("touch plugin/new; " + m_publish);
-    const Files::Tree both = Files::readTree(at("out"));
-    QCOMPARE(both.size(), 3);
-    QVERIFY(both.contains(package) && !both["cms/upgrade"].contains(package.toUtf8()));
-    run("touch plugin/nul; " + m_publish);
-    QCOMPARE(m_process.exitCode(), 1);
-    QCOMPARE(Files::readTree(at("out")), both);
-    run("rm plugin/nul; " + m_publish);
-    QCOMPARE(m_process.exitCode(), 0);
+void tst_publish::stories_data()
+{
+    QTest::addColumn<QString>("story"); // a shell line; p publishes, o does something else
+    const auto row = [](const char *name, const char *story) {
+        QTest::newRow(name) << QString(story);
+    };
+    row("failure harms nothing",
+        "p; cp -rp out before; touch plugin/nul; no p; diff -r out before; rm plugin/nul; p");
+    row("again",
+        "p; find out -type f -printf '%p %T+\n' >a; touch plugin/good; p | grep 'already offered'; "
+        "find out -type f -printf '%p %T+\n' | cmp a -");
+    row("again with another date",
+        "p; p --date '2021-03-05 10:20:30'; grep 2021-03-05 out/cms/upgrade");
+    row("again under another address", "p; p --base-url http://other; grep other out/cms/upgrade");
+    row("again as another version", "p; p --plugin-version 2; grep '\"2\"' out/cms/upgrade");
+    row("again without its package", "p; rm out/packages/*; p; [ -f out/packages/*.zip ]");
+    row("same everywhere",
+        "echo b >plugin/b; p; mv out one; cp plugin/good good; rm plugin/good; cp good plugin; "
+        "touch -d '2 days' plugin/b; chmod 700 plugin/b; umask 077; p; diff -r one/packages "
+        "out/packages; [ \"$(stat -c %a out out/cms out/packages | sort -u)\" = 755 ]; "
+        "[ \"$(stat -c %a out/cms/* out/packages/* | sort -u)\" = 644 ]");
+    row("compressed", "p; gzip -dc out/cms/upgrade.gz | cmp - out/cms/upgrade; "
+                      "no [ out/cms/upgrade -nt out/cms/upgrade.gz ]; : >out/cms/upgrade.gz; p; "
+                      "gzip -dc out/cms/upgrade.gz | cmp - out/cms/upgrade");
+    row("rolled back",
+        "p; old=$(md5); echo 2 >plugin/good; p --plugin-version 2; o --rollback $old; "
+        "[ $(md5) = $old ]; o --list >a; [ $(grep -c $old a) = 2 ]; "
+        "grep '3 .*(offered)$' a; no grep '2 .*(offered)$' a; p --plugin-version 2; no [ $(md5) = "
+        "$old ]");
+    row("rolled back to nothing",
+        "no o --list; no [ -e out ]; p; no o --rollback 0; p; for z in out/packages/*; do echo x "
+        ">>$z; done; "
+        "cp out/cms/upgrade a; no o --rollback $(md5); cmp a out/cms/upgrade");
+    row("paused",
+        "p; old=$(md5); o --pause; grep '\"errno\": 1' out/cms/upgrade; gzip -dc "
+        "out/cms/upgrade.gz | cmp - out/cms/upgrade; o --list | grep paused; p; [ $(md5) = $old ]");
+    row("without a history",
+        "p; old=$(md5); rm -r out/history; echo 2 >plugin/good; p; o --rollback $old");
+    row("kept",
+        "p; old=$(md5); for i in 2 3 4; do echo $i >plugin/good; p; done; "
+        "touch -d '-2 days' out/packages/* out/history/*; echo 5 >plugin/good; p --keep 2; "
+        "ls out/packages; [ $(ls out/packages | wc -l) = 2 ]; o --list | grep \"$old.*removed\"; "
+        "no o --rollback $old");
+    row("kept for a day", "for i in 1 2 3; do echo $i >plugin/good; p --keep 1; done; "
+                          "[ $(ls out/packages | wc -l) = 3 ]; touch -d '-2 days' out/packages/*; "
+                          "p --plugin-version 2 --keep 1; [ $(ls out/packages | wc -l) = 3 ]");
+    row("left out", "mkdir -p plugin/.git plugin/d/e; touch plugin/.git/x plugin/a~ plugin/d/e/x "
+                    "plugin/d/Thumbs.db plugin/d/x; p --exclude 'd/e' --exclude '?.tmp' | "
+                    "grep 'left out: .git, a~, d/Thumbs.db, d/e$'; "
+                    "[ \"$(unzip -Z1 out/packages/*)\" = \"$(printf 'd/x\ngood')\" ]");
+    row("removed files",
+        "touch plugin/a plugin/b; p; rm plugin/a; no p 2>a; grep 'no longer there.*: a;' a; "
+        "p --allow-removed | grep ': a$'; no grep '/a' out/cms/upgrade");
+    row("two at a time", "p; cp $(command -v sleep) brekka-publish; ./brekka-publish 60 & "
+                         "printf '%s\nbrekka-publish\n%s\n' $! $(uname -n) >out/.publishing; "
+                         "cp out/cms/upgrade a; no p --plugin-version 2 2>b; grep 'another "
+                         "publisher' b; cmp a out/cms/upgrade; "
+                         "kill $!; wait $! || p --plugin-version 2");
+    row("keys",
+        "o --new-key k >pub; [ $(stat -c %a k) = 600 ]; openssl pkey -in k -pubout -outform DER | "
+        "tail -c 32 | base64 | cmp - pub; no o --new-key k; openssl genpkey -algorithm ed25519 >l; "
+        "p --key l; no p --key pub");
+    row("signed",
+        "o --new-key k; p --key k; p --key k | grep 'already offered'; no p; old=$(md5); "
+        "no p --date '2021-03-05 10:20:30'; s=$(serial); echo 2 >plugin/good; p --key k; "
+        "[ $(serial) -gt $s ]; s=$(serial); no o --rollback $old; o --key k --rollback $old; "
+        "[ $(serial) -gt $s ]; "
+        "p --unsigned; no grep signature out/cms/upgrade; p");
+    row("resigned", "o --new-key k; o --new-key l; p; p --key k; p --key l >a; no grep already a");
+    row("serial ahead", "o --new-key k; p --key k; sed -i \"s/$(serial)/9$(serial)/\" out/*/*; "
+                        "no p --key k --plugin-version 2 2>a; grep 'go back' a");
+    row("manifest does not fit",
+        "p; find out | sort >a; cp out/cms/upgrade b; trap '' XFSZ; "
+        "(set +x; ulimit -f 40; no p --plugin-version $(head -c 99999 /dev/zero | tr '\\0' v) "
+        "2>c); grep 'File too large' c; find out | sort | cmp a -; cmp b out/cms/upgrade");
+}
+
+void tst_publish::stories()
+{
+    QFETCH(QString, story);
+    const QString words = R"sh(
+p() { "$0" --plugin-dir plugin --plugin-version 1 --base-url http://h/base/ --out out "$@"; }
+o() { "$0" --out out "$@"; }
+value() { sed -n 's/.*"'$1'": "\([^"]*\)".*/\1/p' out/cms/upgrade; }
+md5() { value md5; }
+serial() { value serial; }
+no() { if "$@"; then echo "unexpected: $*" >&2; exit 1; fi; }
+mkdir plugin; echo 1 >plugin/good
+)sh";
+    run(words + "set -x; " + story);
+    QVERIFY2(m_process.exitCode() == 0, m_process.readAllStandardError().right(800));
 }
 
 void tst_publish::refuses_data()
@@ -110,6 +193,8 @@ void tst_publish::refuses_data()
     misuse("address without scheme", "--base-url 127.0.0.1:8102", "Not a web address");
     misuse("address without host", "--base-url http:///x", "Not a web address");
     misuse("address with query", "--base-url 'http://h/?a=b'", "Not a web address");
+    misuse("two actions", "--list --pause", "One thing");
+    misuse("no number", "--keep 0", "Not a number above 0");
     misuse("date that isn't one", "--date '2021-02-30 10:00:00'", "Not a date");
     const auto bad = [](const char *name, const char *prepare, const QByteArray &complaint) {
         QTest::newRow(name) << prepare << "" << complaint;
@@ -127,7 +212,7 @@ void tst_publish::refuses_data()
     bad("trailing blank of a folder", "mkdir 'plugin/a '", "has a name that ends with");
     bad("device", "touch plugin/Aux", "Aux has the name of a device");
     bad("device with extension", "touch plugin/LPT².tar.gz", "has the name of a device");
-    bad("dot at the top", "mkdir plugin/.git", ".git begins with a dot");
+    bad("dot at the top", "mkdir plugin/.x", ".x begins with a dot");
     bad("too large", "truncate -s 2000000001 plugin/huge", "huge is larger than");
     bad("output in the plugin", "mkdir plugin/new; ln -s plugin/new out", "in the plugin folder");
     bad("output is a file", "touch out", "cannot create the folder");

@@ -1,0 +1,216 @@
+#include "ReleaseFolder.h"
+
+#include "Durable.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QSaveFile>
+#include <QSet>
+
+#include <zlib.h>
+
+#include <algorithm>
+
+namespace
+{
+constexpr char CompressedSuffix[] = ".gz";
+
+/// As "gzip -9n" does it, without time and system, so that the same text gives the same bytes.
+QByteArray gzip(const QByteArray &text)
+{
+    z_stream stream = {};
+    gz_header header = {};
+    header.os = 255;
+    constexpr int WithGzipHeader = 15 + 16;
+    deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, WithGzipHeader, 8, Z_DEFAULT_STRATEGY);
+    deflateSetHeader(&stream, &header);
+    QByteArray packed(int(deflateBound(&stream, uLong(text.size()))), '\0');
+    stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(text.constData()));
+    stream.avail_in = uInt(text.size());
+    stream.next_out = reinterpret_cast<Bytef *>(packed.data());
+    stream.avail_out = uInt(packed.size());
+    deflate(&stream, Z_FINISH);
+    packed.truncate(int(stream.total_out));
+    deflateEnd(&stream);
+    return packed;
+}
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+UpdateManifest manifestIn(const QString &path)
+{
+    return UpdateManifest::fromJson(QJsonDocument::fromJson(contentOf(path)).object());
+}
+} // namespace
+
+ReleaseFolder::ReleaseFolder(const QString &path) : m_path(path) {}
+
+ReleaseFolder::~ReleaseFolder()
+{
+    for (const QString &file : qAsConst(m_newFiles))
+        QFile::remove(file);
+    if (m_lock)
+        m_lock->unlock();
+    for (const QString &folder : qAsConst(m_newFolders))
+        QDir().rmdir(folder);
+}
+
+bool ReleaseFolder::open(bool make)
+{
+    if (!make && !QFileInfo(m_path).isDir())
+        return fail(QStringLiteral("no such folder: %1").arg(m_path));
+    if (!makeFolder(m_path))
+        return false;
+    m_lock = std::make_unique<QLockFile>(m_path + QStringLiteral("/.publishing"));
+    m_lock->setStaleLockTime(0); // however long one takes
+    if (!m_lock->tryLock(0)) {
+        const bool isTaken = m_lock->error() == QLockFile::LockFailedError;
+        m_lock.reset();
+        return fail(isTaken ? QStringLiteral("another publisher is at work in %1").arg(m_path)
+                            : QStringLiteral("cannot write to %1").arg(m_path));
+    }
+    for (const char *folder : {"/packages", "/cms", "/history"}) {
+        if (!makeFolder(m_path + QLatin1String(folder)))
+            return false;
+    }
+    readHistory();
+    const UpdateManifest manifest = manifestIn(manifestPath());
+    if (manifest.hasData && !manifest.isServerError)
+        m_offered = manifest;
+    // Folders from before there was a history.
+    return !m_history.isEmpty() || !m_offered || record(*m_offered);
+}
+
+void ReleaseFolder::readHistory()
+{
+    const QFileInfoList files =
+        QDir(m_path + QStringLiteral("/history"))
+            .entryInfoList({QStringLiteral("*.json")}, QDir::Files, QDir::Name);
+    for (const QFileInfo &file : files) {
+        const UpdateManifest manifest = manifestIn(file.filePath());
+        if (manifest.hasData)
+            m_history.append({file.baseName().toInt(), file.lastModified(), manifest});
+    }
+}
+
+bool ReleaseFolder::record(const UpdateManifest &manifest)
+{
+    const int number = m_history.isEmpty() ? 1 : m_history.constLast().number + 1;
+    const QString path =
+        QStringLiteral("%1/history/%2.json").arg(m_path).arg(number, 6, 10, QLatin1Char('0'));
+    const QDateTime now = QDateTime::currentDateTime();
+    QSaveFile file(path);
+    addNewFile(path);
+    if (!fill(file, QJsonDocument(manifest.toJson()).toJson(), now) || !replace(file))
+        return false;
+    m_history.append({number, now, manifest});
+    return true;
+}
+
+bool ReleaseFolder::offer(const UpdateManifest &manifest)
+{
+    if (!record(manifest) || !write(QJsonDocument(manifest.toJson()).toJson()))
+        return false;
+    m_offered = manifest;
+    return true;
+}
+
+bool ReleaseFolder::pause()
+{
+    UpdateManifest nothing;
+    nothing.isServerError = true;
+    return write(QJsonDocument(nothing.toJson()).toJson());
+}
+
+bool ReleaseFolder::repair()
+{
+    const QByteArray json = contentOf(manifestPath());
+    return contentOf(manifestPath() + QLatin1String(CompressedSuffix)) == gzip(json) || write(json);
+}
+
+/// The compressed one first, so that it is never the older of the two; and neither before both are
+/// sure to fit.
+bool ReleaseFolder::write(const QByteArray &json)
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    QSaveFile compressed(manifestPath() + QLatin1String(CompressedSuffix)), plain(manifestPath());
+    return fill(compressed, gzip(json), now) && fill(plain, json, now) && replace(compressed) &&
+           replace(plain);
+}
+
+bool ReleaseFolder::fill(QSaveFile &file, const QByteArray &content, const QDateTime &time)
+{
+    // Only a write of which nothing fits has a reason, and only while the file is open.
+    int written = 0;
+    if (file.open(QIODevice::WriteOnly)) {
+        while (const int more = int(std::max(qint64(0), file.write(content.mid(written)))))
+            written += more;
+    }
+    if (written != content.size() || !file.flush())
+        return fail(QStringLiteral("cannot write %1: %2").arg(file.fileName(), file.errorString()));
+    file.setPermissions(Durable::ServedFile);
+    file.setFileTime(time, QFileDevice::FileModificationTime);
+    return true;
+}
+
+bool ReleaseFolder::replace(QSaveFile &file)
+{
+    return (file.commit() && Durable::syncFolder(QFileInfo(file.fileName()).path())) ||
+           fail(QStringLiteral("cannot write %1: %2").arg(file.fileName(), file.errorString()));
+}
+
+QStringList ReleaseFolder::prune(int count)
+{
+    const QDateTime yesterday = QDateTime::currentDateTime().addDays(-1);
+    QSet<QString> kept;
+    for (int i = 0; i < m_history.size(); ++i) {
+        const bool isLast = i == m_history.size() - 1;
+        if (i >= m_history.size() - count || isLast || m_history[i + 1].since > yesterday)
+            kept += packagePath(m_history[i].manifest);
+    }
+    QStringList removed;
+    const QFileInfoList packages = QDir(packagesPath()).entryInfoList({QStringLiteral("*.zip")});
+    for (const QFileInfo &package : packages) {
+        if (!kept.contains(package.filePath()) && package.lastModified() < yesterday &&
+            QFile::remove(package.filePath()))
+            removed += package.fileName();
+    }
+    return removed;
+}
+
+QString ReleaseFolder::packagePath(const UpdateManifest &manifest) const
+{
+    return packagesPath() + QLatin1Char('/') + manifest.packageMd5.value_or(QString()) +
+           QStringLiteral(".zip");
+}
+
+void ReleaseFolder::settle()
+{
+    m_newFiles.clear();
+    m_newFolders.clear();
+}
+
+bool ReleaseFolder::makeFolder(const QString &path)
+{
+    if (QFileInfo(path).isDir())
+        return true;
+    const QString parent = QFileInfo(QDir::cleanPath(path)).path();
+    if (!makeFolder(parent))
+        return false;
+    if (!QDir().mkdir(path))
+        return fail(QStringLiteral("cannot create the folder %1").arg(path));
+    QFile::setPermissions(path, Durable::ServedFolder);
+    m_newFolders.prepend(path);
+    return true;
+}
+
+bool ReleaseFolder::fail(const QString &text)
+{
+    m_error = text;
+    return false;
+}
