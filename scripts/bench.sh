@@ -130,19 +130,23 @@ bench_growth() {
     compare_unpacking '16,000 files' 16000 1.10
 }
 
-# From the start of the process to the recorded verification; ending the process comes later.
-update_ours() {
+# run_update APP : from the start of the process to the recorded verification; ending the process
+# comes later.
+run_update() {
     local deadline=$((SECONDS + 120))
-    (cd "$bench/app" && exec ./Brekka) 2>/dev/null &
+    (cd "$1" && exec ./Brekka) 2>/dev/null &
     brekka=$!
     started+=("$brekka")
     value=
     while [ "$value" != true ] && [ "$SECONDS" -lt "$deadline" ] && kill -0 "$brekka"; do
         read -r -t 0.01 <>"$bench/tick" || true
-        setting "$bench/app/brekka.ini" lastcheckret
+        setting "$1/brekka.ini" lastcheckret
     done
     [ "$value" = true ]
 }
+
+update_ours() { run_update "$bench/app"; }
+update_signed() { run_update "$bench/keyed/app"; }
 
 update_tool() {
     local server=http://127.0.0.1:$port md5
@@ -161,25 +165,45 @@ before_update() {
         unset 'started[-1]'
         brekka=
     fi
-    rm -rf "$bench/app/plugins" "$bench/app/brekka.ini" "$bench/fetched"
+    local app
+    rm -rf "$bench/fetched" "$XDG_CACHE_HOME"
     mkdir "$bench/fetched"
     clear_target
-    write_settings "$bench/app/brekka.ini" "$target" 300
+    for app in "$bench/app" "$bench/keyed/app"; do
+        rm -rf "$app/plugins" "$app/brekka.ini"
+        write_settings "$app/brekka.ini" "$target" 300
+    done
+}
+
+# The same program, but one that trusts nobody but the holder of a new key.
+build_keyed() {
+    local key
+    rm -rf "$bench/keyed/app" "$bench/keyed/key"
+    mkdir -p "$bench/keyed/app"
+    key=$("$root/build/release/bin/brekka-publish" --new-key "$bench/keyed/key")
+    cmake -S "$root" -B "$bench/keyed/tree" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
+        -DBREKKA_PUBLIC_KEYS="$key" >/dev/null
+    cmake --build "$bench/keyed/tree" -j "$(nproc)" --target Brekka >/dev/null
+    cp -R "$bench/keyed/tree/bin/." "$bench/keyed/app/"
 }
 
 bench_update() {
     local package brekka=
     make_data
     package=$(echo "$data/whole.out/packages/"*.zip)
+    build_keyed
     serve "$data/whole.out"
-    sed -i "s|http://127.0.0.1:[0-9]*/|http://127.0.0.1:$port/|" "$data/whole.out/cms/upgrade"
+    "$root/build/release/bin/brekka-publish" --plugin-dir "$data/whole" --plugin-version "$version" \
+        --base-url "http://127.0.0.1:$port" --out "$data/whole.out" --key "$bench/keyed/key" >/dev/null
     rm -rf "$bench/app" "$bench/tick"
     mkdir "$bench/app"
     mkfifo "$bench/tick"
     cp -R "$root/build/release/bin/." "$bench/app/"
-    export QT_QPA_PLATFORM=offscreen QT_FORCE_STDERR_LOGGING=1
+    export QT_QPA_PLATFORM=offscreen QT_FORCE_STDERR_LOGGING=1 XDG_CACHE_HOME=$bench/cache
     heading 'whole update' 'ours' 'pipeline' 'ratio' 'goal'
     compare 'all of these files' 1.25 update_ours update_tool before_update
+    heading 'whole update' 'signed' 'unsigned' 'ratio' 'goal'
+    compare 'all of these files' 1.05 update_signed update_ours before_update
     before_update
 }
 

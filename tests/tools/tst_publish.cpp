@@ -1,4 +1,6 @@
 #include "Files.h"
+#include "ManifestSignature.h"
+#include "SigningKey.h"
 
 #include <QDir>
 #include <QJsonDocument>
@@ -23,6 +25,7 @@ private slots:
     void refuses_data();
     void refuses();
     void interrupted();
+    void signingExample();
 
 private:
     /// Runs a shell line in the test's folder and returns what it prints; "$0" is the publisher.
@@ -252,6 +255,27 @@ void tst_publish::interrupted()
     QCOMPARE(m_process.exitCode(), 1);
     QVERIFY(m_process.readAllStandardError().contains("interrupted"));
     QVERIFY(!QFileInfo::exists(at("out")));
+}
+
+/// What docs/signing.md shows others is what we sign.
+void tst_publish::signingExample()
+{
+    const QString folder = EXAMPLES;
+    const auto data =
+        QJsonDocument::fromJson(Files::read(folder + "/example-manifest.json"))["data"].toObject();
+    const QByteArray bytes = Files::read(folder + "/example-signed.txt");
+    QCOMPARE(ManifestSignature::signedBytes(data).value_or(""), bytes);
+    QString error;
+    const auto key = SigningKey::load(folder + "/example-key.pem", &error);
+    QCOMPARE(key->signatureOf(bytes).toBase64(), data["signature"].toString().toLatin1());
+    QCOMPARE(ManifestSignature::problem(data, {key->publicKey()}), QString());
+    run("cd " + folder +
+        "; openssl pkey -in example-key.pem -pubout >$OLDPWD/public; "
+        "sed -n 's/.*\"signature\": \"\\(.*\\)\".*/\\1/p' example-manifest.json | base64 -d "
+        ">$OLDPWD/signature; "
+        "openssl pkeyutl -verify -pubin -inkey $OLDPWD/public -rawin -in example-signed.txt "
+        "-sigfile $OLDPWD/signature");
+    QCOMPARE(m_process.exitCode(), 0);
 }
 
 QTEST_GUILESS_MAIN(tst_publish)
