@@ -137,7 +137,11 @@ bool ReleaseFolder::repair()
 /// sure to fit.
 bool ReleaseFolder::write(const QByteArray &json)
 {
-    const QDateTime now = QDateTime::currentDateTime();
+    // Web servers tell versions apart by size and second.
+    const QDateTime before = QFileInfo(manifestPath()).lastModified();
+    QDateTime now = QDateTime::currentDateTime();
+    if (before.isValid())
+        now = std::max(now, before.addSecs(1));
     QSaveFile compressed(manifestPath() + QLatin1String(CompressedSuffix)), plain(manifestPath());
     return fill(compressed, gzip(json), now) && fill(plain, json, now) && replace(compressed) &&
            replace(plain);

@@ -124,6 +124,9 @@ void tst_publish::stories_data()
     row("paused",
         "p; old=$(md5); o --pause; grep '\"errno\": 1' out/cms/upgrade; gzip -dc "
         "out/cms/upgrade.gz | cmp - out/cms/upgrade; o --list | grep paused; p; [ $(md5) = $old ]");
+    row("told apart by time", "p; a=$(stat -c %Y out/cms/upgrade); p --plugin-version 2; "
+                              "[ $(stat -c %Y out/cms/upgrade) -gt $a ]; a=$(stat -c %Y out/cms/upgrade.gz); "
+                              "p --plugin-version 3; [ $(stat -c %Y out/cms/upgrade.gz) -gt $a ]");
     row("without a history",
         "p; old=$(md5); rm -r out/history; echo 2 >plugin/good; p; o --rollback $old");
     row("kept",
