@@ -1,7 +1,7 @@
 #include "BaseWindow.h"
 
-#include "Background.h"
 #include "CustTitlebar.h"
+#include "FillBackground.h"
 #include "FocusRing.h"
 
 #include <QAction>

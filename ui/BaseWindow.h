@@ -30,6 +30,8 @@ protected slots:
     /// Does nothing: the window moves by its title bar alone.
     void mouseMoveEvent(QMouseEvent *event) override;
     void onButtonCloseClicked();
+    /// The tray menu's auto-start entry was clicked: passes its new state on. It has nothing to do
+    /// with the plugin's updates, whose handlers of that name are the main window's.
     void OnAutoUpdate();
 
 protected:

@@ -1,6 +1,6 @@
 #include "CustTitlebar.h"
 
-#include "Background.h"
+#include "FillBackground.h"
 #include "QrCode.h"
 
 #include <QCursor>

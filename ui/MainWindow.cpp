@@ -46,7 +46,8 @@ MainWindow::MainWindow(const Hosts &hosts, const ManifestSignature::Keys &keys, 
     m_gongneng_gun->show();
     m_help_gun->hide();
     m_shanTimer->setSingleShot(false);
-    // By name, so that whoever derives from the window can put a handler of that name in its place.
+    // By signature text, as with the links below: both slots are found by the name that the
+    // meta-object gives them, which is part of the window's interface.
     connect(m_shanTimer, SIGNAL(timeout()), this, SLOT(OnTimerShanTray()));
 
     m_autoUpdateTimer = new QTimer(this);
@@ -83,7 +84,6 @@ void MainWindow::setUpLinks()
                       QStringLiteral("隐私协议")));
     for (QLabel *link : {m_userprotocol, m_privacy}) {
         link->setOpenExternalLinks(true);
-        // By name, as above.
         connect(link, SIGNAL(linkActivated(QString)), this, SLOT(openUrl(QString)));
     }
 }

@@ -42,7 +42,7 @@ public slots:
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;
-    /// The blank flips the switch, as a click does.
+    /// The space bar flips the switch, as a click does.
     void keyPressEvent(QKeyEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 

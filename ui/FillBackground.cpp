@@ -1,4 +1,4 @@
-#include "Background.h"
+#include "FillBackground.h"
 
 #include <QPainter>
 #include <QPainterPath>
