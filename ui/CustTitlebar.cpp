@@ -3,6 +3,7 @@
 #include "FillBackground.h"
 #include "QrCode.h"
 
+#include <QColor>
 #include <QCursor>
 #include <QMouseEvent>
 

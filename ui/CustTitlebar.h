@@ -2,7 +2,6 @@
 
 #include "ui_CustTitlebar.h"
 
-#include <QColor>
 #include <QPoint>
 #include <QSize>
 #include <QWidget>
