@@ -1,0 +1,98 @@
+#include "MaskForm.h"
+#include "ReminderWidget.h"
+
+#include <QApplication>
+#include <QLineEdit>
+#include <QProcess>
+#include <QtTest>
+
+#include <cstdio>
+
+namespace
+{
+/// The address of an X server of our own, which ends with its last client.
+QByteArray startServer()
+{
+    char number[16] = {};
+    FILE *server = popen("exec Xvfb -displayfd 1 -terminate 2>/dev/null", "r");
+    if (!server || !fgets(number, sizeof number, server))
+        qFatal("no virtual X server: is Xvfb installed?");
+    return ':' + QByteArray(number).trimmed();
+}
+
+/// What the server knows about a window.
+QByteArray xprop(const QStringList &arguments)
+{
+    QProcess process;
+    process.start("xprop", arguments);
+    process.waitForFinished();
+    return process.readAll();
+}
+} // namespace
+
+// What the X server and the window manager make of our windows, where nothing composites.
+class tst_x11 : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void toast();
+    void cleanupTestCase() { m_manager.close(); }
+
+private:
+    QProcess m_manager;
+};
+
+void tst_x11::initTestCase()
+{
+    Q_INIT_RESOURCE(brekka);
+    m_manager.start("openbox", QStringList());
+    QTRY_VERIFY_WITH_TIMEOUT(xprop({"-root", "_NET_SUPPORTING_WM_CHECK"}).contains("0x"), 30000);
+}
+
+// It fades where everybody sees it, leaves the keyboard where it is, and is no task.
+void tst_x11::toast()
+{
+    QLineEdit window;
+    window.show();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    ReminderWidget::showReminder(&window);
+    QPointer<QWidget> toast;
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (qobject_cast<ReminderWidget *>(widget))
+            toast = widget;
+    }
+    QVERIFY(toast && QTest::qWaitForWindowExposed(toast));
+    QProcess spy;
+    const QString id = QString::number(toast->winId());
+    spy.start("xprop", {"-spy", "-id", id, "_NET_WM_WINDOW_OPACITY"});
+    const QByteArray hints = xprop({"-id", id, "_NET_WM_USER_TIME", "_NET_WM_WINDOW_TYPE"});
+    QVERIFY2(hints.startsWith("_NET_WM_USER_TIME(CARDINAL) = 0\n"), hints);
+    QVERIFY2(hints.contains("TYPE_NOTIFICATION, _NET_WM_WINDOW_TYPE_SPLASH"), hints);
+    // The loop of the program: one that looks for events all the time would push out what waits.
+    QEventLoop loop;
+    QTimer poll;
+    connect(&poll, &QTimer::timeout, &loop, [&] { toast->isVisible() ? void() : loop.quit(); });
+    poll.start(50);
+    QTimer::singleShot(30000, &loop, &QEventLoop::quit);
+    loop.exec();
+    QVERIFY(!toast->isVisible());
+    QCOMPARE(QApplication::activeWindow(), &window);
+    spy.kill();
+    spy.waitForFinished();
+    const QList<QByteArray> opacities = spy.readAll().split('\n');
+    QVERIFY(QSet<QByteArray>(opacities.begin(), opacities.end()).size() > 5);
+    delete toast;
+}
+
+int main(int argc, char *argv[])
+{
+    qputenv("DISPLAY", startServer());
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    qputenv("QT_XCB_GL_INTEGRATION", "none"); // the drivers keep memory of theirs
+    QApplication application(argc, argv);
+    tst_x11 test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_x11.moc"
