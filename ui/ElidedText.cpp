@@ -1,0 +1,26 @@
+#include "ElidedText.h"
+
+#include <QFontMetrics>
+#include <QTextDocument>
+#include <QWidget>
+
+namespace
+{
+bool fits(const QString &text, const QFontMetrics &metrics, int width)
+{
+    return metrics.horizontalAdvance(text) <= width;
+}
+} // namespace
+
+QString ElidedText::fit(const QString &text, const QFontMetrics &metrics, int width)
+{
+    const QString line = text.simplified();
+    return fits(line, metrics, width) ? line : metrics.elidedText(line, Qt::ElideMiddle, width);
+}
+
+void ElidedText::updateToolTip(QWidget *place, const QString &text, int width)
+{
+    const bool isWhole = fits(text.simplified(), place->fontMetrics(), width);
+    // As rich text it is wrapped, too.
+    place->setToolTip(isWhole ? QString() : Qt::convertFromPlainText(text, Qt::WhiteSpaceNormal));
+}
