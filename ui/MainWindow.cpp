@@ -266,6 +266,12 @@ bool MainWindow::isQuestionAccepted(const QString &text)
                                           QDialogButtonBox::Yes) == QDialogButtonBox::Yes;
 }
 
+void MainWindow::setAskedFor(bool isAskedFor)
+{
+    m_isAskedFor = isAskedFor;
+    m_installPlugin->setBusy(isAskedFor);
+}
+
 void MainWindow::showEvent(QShowEvent *event)
 {
     StopTrayShan();

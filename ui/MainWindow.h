@@ -132,6 +132,7 @@ private:
     void endRun();
     void closeRun();
     void restartRun(bool automatic);
+    void setAskedFor(bool isAskedFor);
 
     const Hosts m_hosts;
     const ManifestSignature::Keys m_keys;

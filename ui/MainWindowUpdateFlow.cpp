@@ -55,14 +55,14 @@ void MainWindow::beginRun(bool automatic)
 {
     m_bRequesting = true;
     m_autoUpdateModel = automatic;
-    m_isAskedFor = !automatic;
+    setAskedFor(!automatic);
 }
 
 void MainWindow::endRun()
 {
     m_bRequesting = false;
     m_autoUpdateModel = false;
-    m_isAskedFor = false;
+    setAskedFor(false);
 }
 
 void MainWindow::closeRun()
@@ -77,7 +77,7 @@ void MainWindow::restartRun(bool automatic)
     const bool isAskedFor = m_isAskedFor;
     endRun();
     UpdatePlugin(automatic);
-    m_isAskedFor = m_bRequesting && isAskedFor;
+    setAskedFor(m_bRequesting && isAskedFor);
 }
 
 bool MainWindow::hasGameFolder() const
@@ -119,7 +119,7 @@ void MainWindow::OnPluginExtractInstall()
     m_backOff.forget();
     if (m_bRequesting) {
         // Half a package is none, and two must not be unpacked at once.
-        m_isAskedFor = true;
+        setAskedFor(true);
         return;
     }
     if (!QFile::exists(Paths::packageFile())) {
