@@ -55,12 +55,12 @@ void CustMessagebox::centreOver(const QWidget *parent)
 void CustMessagebox::setUpButtons(StandardButtons buttons, StandardButton defaultButton)
 {
     m_pButtonBox->setStandardButtons(buttons);
-    for (QAbstractButton *button : m_pButtonBox->buttons()) {
-        // Some desktops put icons of their own on standard buttons.
+    // Some desktops put icons of their own on standard buttons.
+    for (QAbstractButton *button : m_pButtonBox->buttons())
         button->setIcon(QIcon());
-        // The ring shows the focus; the style's own dotted frame would come on top.
-        button->setStyleSheet(QStringLiteral("outline: none"));
-    }
+    // The ring shows the focus; the style's own dotted frame would come on top.
+    for (auto *button : findChildren<QPushButton *>())
+        button->setStyleSheet(button->styleSheet() + QStringLiteral("QPushButton{outline: none}"));
     m_defaultButton = m_pButtonBox->button(defaultButton);
     if (!m_defaultButton)
         return;

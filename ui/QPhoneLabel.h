@@ -2,7 +2,7 @@
 
 #include <QLabel>
 
-/// A label that tells when the mouse enters and leaves it.
+/// A label that tells when the mouse, or the focus by way of the keyboard, enters and leaves it.
 class QPhoneLabel : public QLabel
 {
     Q_OBJECT
@@ -10,11 +10,13 @@ public:
     explicit QPhoneLabel(QWidget *parent = nullptr);
 
 signals:
-    /// The mouse came in; the label's position in its parent's coordinates.
+    /// The mouse or the focus came in; the label's position in its parent's coordinates.
     void showTooltip(int x, int y);
     void hideTooltip();
 
 protected:
     void enterEvent(QEvent *event) override;
     void leaveEvent(QEvent *event) override;
+    void focusInEvent(QFocusEvent *event) override;
+    void focusOutEvent(QFocusEvent *event) override;
 };
