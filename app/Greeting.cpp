@@ -59,5 +59,5 @@ quint64 Greeting::fromHeader(const QByteArray &header)
 
 bool Greeting::canHaveLength(quint64 length, const QString &key)
 {
-    return length >= quint64(key.size() + BodyOverhead) && length <= LargestBody;
+    return length >= quint64(key.size()) + BodyOverhead && length <= LargestBody;
 }

@@ -32,7 +32,7 @@ std::optional<QString> docTypeOf(const QByteArray &xml)
     constexpr int MaxDepth = 1000;
     QXmlStreamReader reader(xml);
     reader.setNamespaceProcessing(false);
-    QString docType = QStringLiteral("");
+    QString docType = QLatin1String("");
     int depth = 0;
     while (!reader.atEnd() && depth <= MaxDepth) {
         switch (reader.readNext()) {

@@ -20,7 +20,7 @@ const QMap<QByteArray, QByteArray> &defaultRequestHeaders()
     return headers;
 }
 
-constexpr qint64 CacheSize = 4 * 1024 * 1024; // bytes; a manifest of 5,000 files takes a tenth
+constexpr qint64 CacheSize = 4LL * 1024 * 1024; // bytes; a manifest of 5,000 files takes a tenth
 QNetworkAccessManager *managerOfMainThread = nullptr;
 
 QNetworkAccessManager *makeManager()

@@ -33,7 +33,7 @@ RevalidatingCache::RevalidatingCache(const QString &folder, qint64 maximumSize, 
 
 RevalidatingCache::~RevalidatingCache()
 {
-    qDeleteAll(m_coming.keys());
+    qDeleteAll(m_coming.keyBegin(), m_coming.keyEnd());
 }
 
 QNetworkCacheMetaData RevalidatingCache::metaData(const QUrl &url)

@@ -22,7 +22,7 @@ runs=5
 # random_text BYTES : text that packs to about three quarters, so that unpacking has work to do.
 # BYTES is a multiple of 4.
 random_text() {
-    head -c $(($1 / 4 * 3)) /dev/urandom | base64 -w 0
+    head -c $(($1 * 3 / 4)) /dev/urandom | base64 -w 0
 }
 
 # publish FOLDER : packs it into FOLDER.out and lists its files' checksums in FOLDER.md5.

@@ -60,6 +60,7 @@ start_brekka() {
     started=("$brekka" "${started[@]}")
     await 'the window' xdotool search --onlyvisible --name '^Brekka助手$'
     eval "$(xdotool search --onlyvisible --name '^Brekka助手$' getwindowgeometry --shell)"
+    # shellcheck disable=SC2153 # xdotool has set them
     left=$X top=$Y width=$WIDTH height=$HEIGHT
 }
 

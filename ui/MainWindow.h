@@ -152,7 +152,7 @@ private:
     bool m_isAskedFor = false;
     int m_retryCount = 0;
     int m_wrongPackages = 0;
-    PackageBackOff m_backOff; ///< from a package that was given up
+    PackageBackOff m_backOff;                 ///< from a package that was given up
     QMetaObject::Connection m_manifestAnswer; ///< to the request that is waited for
 
     // What the last manifest announced, kept until an installation has been verified.

@@ -94,7 +94,7 @@ void SwitchButton::paintTrack(QPainter &painter)
     QPainterPath left, right, middle;
     left.addEllipse(0, 0, end, end);
     right.addEllipse(width() - end, 0, end, end);
-    middle.addRect(end / 2, 0, width() - end, height());
+    middle.addRect(end / 2.0, 0, width() - end, height());
     painter.setPen(Qt::NoPen);
     painter.setBrush(color);
     painter.drawPath(left + right + middle);

@@ -6,7 +6,7 @@ TransferSpeed TransferSpeed::of(qint64 bytes, qint64 milliseconds)
     constexpr double Mega = 1048576.0;
 
     // A chunk may come within the first millisecond; a division of floats by zero is undefined.
-    const double speed = bytes * 1000.0 / double(qMax<qint64>(milliseconds, 1));
+    const double speed = double(bytes) * 1000.0 / double(qMax<qint64>(milliseconds, 1));
     if (speed < Kilo)
         return {speed, QStringLiteral("bytes/sec")};
     if (speed < Mega)

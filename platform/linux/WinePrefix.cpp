@@ -11,7 +11,7 @@ namespace
 {
 
 // Registries that have seen years of use are of some ten megabytes.
-constexpr qint64 LargestRegistry = 64 * 1024 * 1024;
+constexpr qint64 LargestRegistry = 64LL * 1024 * 1024;
 
 /// Reads a number of at most \a most digits at \a position and moves behind it.
 QChar takeCode(const QByteArray &line, int &position, int base, int most)

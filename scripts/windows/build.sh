@@ -54,7 +54,7 @@ TEXT
 
 # Every DLL that a program or a DLL of the archive asks for must be in it, or be Windows' own.
 check_imports() {
-    local file name missing=0
+    local file name absent=0
     while IFS= read -r file; do
         while IFS= read -r name; do
             [ ! -e "$1/$name" ] || continue
@@ -62,10 +62,10 @@ check_imports() {
             [ ! -e "/usr/x86_64-w64-mingw32/lib/lib$(basename "${name,,}" .dll).a" ] || continue
             [ "${name,,}" != msvcrt.dll ] || continue
             printf '%s needs %s, which is not in the archive\n' "${file#"$1/"}" "$name" >&2
-            missing=1
+            absent=1
         done < <(x86_64-w64-mingw32-objdump -p "$file" | sed -n 's/^\tDLL Name: //p')
     done < <(find "$1" -name '*.exe' -o -name '*.dll')
-    [ "$missing" = 0 ] || fail 'the archive is not complete'
+    [ "$absent" = 0 ] || fail 'the archive is not complete'
 }
 
 install_packages "${build_packages[@]}" "${mingw_packages[@]}" "${windows_packages[@]}"

@@ -30,6 +30,7 @@ toolkit_is_there() {
 fetch_source() {
     local apt=$1/apt
     mkdir -p "$apt/lists/partial" "$apt/cache/archives/partial"
+    # shellcheck disable=SC2016 # apt-get fills these in
     apt-get indextargets 'Created-By: Packages' --format 'deb-src $(REPO_URI) $(RELEASE) $(COMPONENT)' |
         grep -E ' bookworm(-updates|-security)? main$' | sort -u | sort -s -k3,3 >"$apt/sources.list"
     [ -s "$apt/sources.list" ] || fail 'apt knows no Debian 12 archive to take the source from'

@@ -59,7 +59,7 @@ int runProbe(int argc, char *argv[])
     // Otherwise lines would wait in a buffer that the notifier knows nothing of.
     std::setvbuf(stdin, nullptr, _IONBF, 0);
     QSocketNotifier input(0, QSocketNotifier::Read);
-    QObject::connect(&input, &QSocketNotifier::activated, [&] { obey(application); });
+    QObject::connect(&input, &QSocketNotifier::activated, &input, [&] { obey(application); });
     return application.exec();
 }
 

@@ -60,8 +60,10 @@ Files::Tree readTree(const QString &root)
     static const QRegularExpression unsaved("/(brekka\\.ini|corvane\\.xml)\\.[A-Za-z]{6}$");
     Files::Tree tree = Files::readTree(root);
     if (QSysInfo::kernelType() == "winnt") {
-        for (const QString &file : QStringList(tree.keys()).filter(unsaved))
-            tree.remove(file);
+        for (const QString &file : Files::readTree(root).keys()) {
+            if (unsaved.match(file).hasMatch())
+                tree.remove(file);
+        }
     }
     return tree;
 }

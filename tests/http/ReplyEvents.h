@@ -33,7 +33,7 @@ inline ReplyEvents watch(HttpReply *reply)
                      [all](const auto &bytes) { *all << "data " + bytes; });
     QObject::connect(reply, &HttpReply::error,
                      [all](const auto &text) { *all << "error " + text; });
-    QObject::connect(reply, &HttpReply::finished, [all](const HttpReply &result) {
+    QObject::connect(reply, &HttpReply::finished, reply, [all](const HttpReply &result) {
         *all << finish(result.url(), result.statusCode(), result.body());
     });
     QObject::connect(reply, &QObject::destroyed, [all] { *all << "gone"; });

@@ -14,15 +14,19 @@
 namespace
 {
 /// Writes down what goes out and when, in milliseconds.
+struct Sent {
+    QVector<qint64> times;
+    QStringList queries;
+};
 struct TimedHttp : Http {
+    explicit TimedHttp(Sent &sent) : sent(sent) {}
     HttpReply *request(const HttpRequest &req) override
     {
-        times += QDeadlineTimer::current().deadline();
-        queries += req.url.query();
+        sent.times += QDeadlineTimer::current().deadline();
+        sent.queries += req.url.query();
         return Http::request(req);
     }
-    static inline QVector<qint64> times;
-    static inline QStringList queries;
+    Sent &sent;
 };
 
 struct CachingCase {
@@ -219,7 +223,8 @@ void tst_HttpWrappers::throttling()
     HttpAnswer slow{200, "t"};
     slow.bodyDelayMs = 12 * Interval;
     m_server.answer("/t", {slow, slow, slow, slow, {404}});
-    auto http = std::make_unique<ThrottlingHttp>(std::make_unique<TimedHttp>(),
+    Sent sent;
+    auto http = std::make_unique<ThrottlingHttp>(std::make_unique<TimedHttp>(sent),
                                                  std::chrono::milliseconds(Interval));
     LogCapture capture;
     QVector<HttpReply *> replies;
@@ -229,7 +234,7 @@ void tst_HttpWrappers::throttling()
         replies += http->get(url(i));
         events += watch(replies.last());
     }
-    const QVector<qint64> &times = TimedHttp::times;
+    const QVector<qint64> &times = sent.times;
     QVERIFY(times.isEmpty());
     delete replies[3];
     // Given up on while it looks at the clock.
@@ -241,10 +246,10 @@ void tst_HttpWrappers::throttling()
     QVERIFY(events.first()->isEmpty()); // nobody waited for its answer
     QCOMPARE(end(events.first()), success(url(0), 200, "t"));
     QCOMPARE(*events[3], QStringList("gone"));
-    QCOMPARE(TimedHttp::queries, (QStringList{"0", "2", "4", "5", "6"}));
+    QCOMPARE(sent.queries, (QStringList{"0", "2", "4", "5", "6"}));
     for (int i = 1; i < times.size(); ++i)
         QVERIFY2(times[i] - times[i - 1] >= Interval - 2, qPrintable(QString::number(i)));
-    const QRegularExpression line("Throttling QUrl\\(\"[^\"]*/t\\?1\"\\) \"(\\d+)ms\"\n");
+    static const QRegularExpression line("Throttling QUrl\\(\"[^\"]*/t\\?1\"\\) \"(\\d+)ms\"\n");
     const int wait = line.match(capture.text).captured(1).toInt();
     QVERIFY2(wait > 0 && wait <= Interval, qPrintable(capture.text));
     // One line for each that waited, perhaps a second one where a timer was early.

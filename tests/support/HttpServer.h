@@ -13,7 +13,7 @@ struct HttpAnswer {
     int status = 200;
     QByteArray body = {};
     QVector<QPair<QByteArray, QByteArray>> headers = {}; ///< with an "ETag", a 304 to who has it
-    int bodyDelayMs = 0;   ///< between head and body
+    int bodyDelayMs = 0;                                 ///< between head and body
     int cutAfter = -1;     ///< announce the whole body, send so many bytes of it, then close
     bool reset = false;    ///< abort the connection instead of answering
     bool silent = false;   ///< never answer, keep the connection

@@ -64,7 +64,7 @@ int runEachRowAlone(int argc, char *argv[], const char *function, QObject *test)
     const QString program = QCoreApplication::applicationFilePath();
     const QStringList rows = rowsOf(program, QString::fromLatin1(function));
     // Most of the time a row waits.
-    const auto atATime = size_t(2 * QThread::idealThreadCount() + 2);
+    const auto atATime = size_t(QThread::idealThreadCount()) * 2 + 2;
     std::vector<std::unique_ptr<Row>> running;
     int failed = rows.isEmpty() ? 1 : 0, next = 0;
     while (next < rows.size() || !running.empty()) {

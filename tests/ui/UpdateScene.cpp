@@ -129,7 +129,7 @@ QString UpdateScene::installedVersion() const
     // Its options are the player's, and the program's to rewrite.
     const QString config = QStringLiteral("mods/configs/corvane.xml");
     if (found.contains(config))
-        found[config] = UpdateServer::samplePlugin()[config];
+        found[config] = UpdateServer::samplePlugin().value(config);
     return found.isEmpty() ? "none" : m_offered.key(found, "other");
 }
 

@@ -282,9 +282,9 @@ void take(const QString &step, UpdateScene &scene)
     else if (first == "installed")
         WAIT_FOR(scene.isInstalled(rest));
     else if (rest == "packages")
-        WAIT_FOR(scene.state(true).first().section('+', 1) == first);
+        WAIT_FOR(scene.state(true).constFirst().section('+', 1) == first);
     else if (rest == "manifests")
-        WAIT_FOR(scene.state(true).first().section('+', 0, 0) == first);
+        WAIT_FOR(scene.state(true).constFirst().section('+', 0, 0) == first);
     else if (first.toInt() > 0)
         WAIT_FOR(scene.logged(rest) >= first.toInt());
     else
