@@ -60,7 +60,8 @@ Files::Tree readTree(const QString &root)
     static const QRegularExpression unsaved("/(brekka\\.ini|corvane\\.xml)\\.[A-Za-z]{6}$");
     Files::Tree tree = Files::readTree(root);
     if (QSysInfo::kernelType() == "winnt") {
-        for (const QString &file : Files::readTree(root).keys()) {
+        const QStringList files = tree.keys();
+        for (const QString &file : files) {
             if (unsaved.match(file).hasMatch())
                 tree.remove(file);
         }

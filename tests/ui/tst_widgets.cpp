@@ -146,7 +146,9 @@ void tst_widgets::toast()
         if (auto *found = qobject_cast<ReminderWidget *>(widget))
             toast = found;
     }
-    QVERIFY(toast && toast->isVisible());
+    if (!toast)
+        QFAIL("no toast");
+    QVERIFY(toast->isVisible());
     QCOMPARE(toast->geometry(), QRect(50 + 371, 60 + 249, 158, 61));
     auto *timer = toast->findChild<QTimer *>();
     QVERIFY(timer->isActive() && timer->isSingleShot());
