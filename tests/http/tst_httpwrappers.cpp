@@ -19,7 +19,7 @@ struct Sent {
     QStringList queries;
 };
 struct TimedHttp : Http {
-    explicit TimedHttp(Sent &sent) : sent(sent) {}
+    explicit TimedHttp(Sent &log) : sent(log) {}
     HttpReply *request(const HttpRequest &req) override
     {
         sent.times += QDeadlineTimer::current().deadline();

@@ -53,7 +53,7 @@ walk() {
     local first checks
     rm -rf "$work/app" "$work/game" "$work/plugin" "$work/out" "$work/cache"
     mkdir -p "$work/app" "$work/game" "$work/plugin/mods"
-    cp -R "$bin/." "$work/app/"
+    cp "$bin/Brekka" "$bin/ver.dll" "$work/app/"
     port=$(free_port)
     publish 1
     "start_$1" "$work/$1" "$port" "$work/out"
