@@ -45,6 +45,14 @@ function(brekka_test name)
     set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${BREKKA_TEST_ENVIRONMENT}")
 endfunction()
 
+# A script that tests the built programs from outside; their folder is its first argument.
+#   brekka_script_test(name script argument...)
+function(brekka_script_test name script)
+    add_test(NAME ${name}
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/${script} ${CMAKE_RUNTIME_OUTPUT_DIRECTORY} ${ARGN})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 600 ENVIRONMENT "${BREKKA_TEST_ENVIRONMENT}")
+endfunction()
+
 # A test program that makes no sense on this platform: ctest shows it as skipped, with the reason.
 function(brekka_skipped_test name reason)
     add_test(NAME ${name} COMMAND ${CMAKE_COMMAND} -E echo "SKIP   : ${name}: ${reason}")

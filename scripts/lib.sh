@@ -6,7 +6,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build_packages=(g++ cmake make pkg-config qtbase5-dev qtbase5-private-dev zlib1g-dev libsodium-dev libssl-dev fonts-noto-cjk)
 run_packages=(busybox curl)
 bench_packages=(busybox curl unzip)
-test_packages=(zip unzip openssl zbar-tools nginx-light curl jq xvfb openbox x11-utils)
+test_packages=(zip unzip openssl zbar-tools busybox nginx-light curl jq xvfb openbox x11-utils xdotool wmctrl)
 lint_packages=(clang clang-format clang-tidy clazy shellcheck git)
 mingw_packages=(g++-mingw-w64-x86-64-posix wine wine64 desktop-file-utils libglib2.0-bin)
 

@@ -1,0 +1,137 @@
+#!/usr/bin/env bash
+# The life of the program as a player sees it, on a display of its own: it recovers from being killed
+# at bad moments, lives in the tray, meets second starts, leaves politely and takes its files along.
+#
+#   program.sh BIN VERSION    BIN: the folder of the programs; VERSION: what they say of themselves
+source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
+source "$root/scripts/demo.sh"
+source "$root/tests/support/program.sh"
+
+version=$2
+title='^Brekka助手$'
+
+start_display() {
+    coproc server { exec Xvfb -displayfd 1 -screen 0 1100x760x24 -dpi 96 -nolisten tcp 2>"$work/xvfb"; }
+    started+=("$server_PID")
+    read -r -t 60 display <&"${server[0]}" || fail "no display: $(cat "$work/xvfb")"
+    export DISPLAY=:$display
+    openbox 2>"$work/openbox" &
+    started+=($!)
+    program=$! eventually xprop -root _NET_SUPPORTING_WM_CHECK >"$work/wm" 2>&1
+}
+
+# on_display COMMAND... : what the libraries for X keep can't be told by name once they are unloaded,
+# so leaks are looked for in the runs without a display.
+on_display() { LSAN_OPTIONS=${LSAN_OPTIONS-}:exitcode=0 QT_QPA_PLATFORM=xcb "$@"; }
+
+is_shown() { xdotool search --onlyvisible --name "$title" >"$work/found" 2>/dev/null; }
+is_hidden() { ! is_shown; }
+is_over() { ! kill -0 "$program" 2>/dev/null; }
+
+# windows COUNT : of the program's, visible.
+windows() { [ "$(xdotool search --onlyvisible --class Brekka 2>/dev/null | wc -l)" -ge "$1" ]; }
+
+# Each line belongs to an update of its own, so that none can be over before.
+recover_from_kills() {
+    local line number=0
+    for line in 'OnAutoUpdate start' 'plugin start download' 'Downloading...' 'downloadFinished' \
+        'unzip OutExtractZipFile' 'extract file:' 'plugin local files match' \
+        '"lastcheckret" QVariant(bool, true)' 'dom saved'; do
+        number=$((number + 1))
+        publish "$number"
+        start_program -s
+        eventually said "$line"
+        kill -KILL "$program"
+        wait "$program" 2>/dev/null || true
+    done
+    publish 1.2.4
+    start_program
+    eventually installed 1.2.4
+    # A killed program's lock may be there yet.
+    must [ "$(cd "$work/app" && find . -type f ! -name brekka.ini.lock | LC_ALL=C sort | xargs)" = \
+        './Brekka ./brekka.ini ./plugins/pluginsconfig ./ver.dll' ]
+    stop_program
+}
+
+stop_program() {
+    kill "$program"
+    wait "$program" || fail "the program ended with $?: $(tail -n 5 "$log")"
+}
+
+live_in_tray() {
+    local argument starts=0 pid line
+    on_display start_program -s
+    pid=$program
+    eventually said '本地插件文件正确'
+    must said "self version: \"$version\""
+    must is_hidden
+    for argument in '' -s -u; do
+        starts=$((starts + 1))
+        (cd "$work/app" && ./Brekka ${argument:+"$argument"}) 2>"$work/second" || fail "a second start ended with $?"
+        for line in 'i am the second process exit' 'App already running.' "Primary instance PID:  $pid"; do
+            must grep -qF "$line" "$work/second"
+        done
+        eventually said 'Active main wnd' "$starts"
+        eventually is_shown
+    done
+    # The toast, the last window then, goes after the main window.
+    eventually press_install
+    eventually windows 2
+    wmctrl -c Brekka助手
+    eventually is_hidden
+    eventually no_windows
+    eventually said 'OnAutoUpdate start' $(($(grep -c 'OnAutoUpdate start' "$log") + 2))
+    must installed 1.2.4
+}
+
+no_windows() { ! windows 1; }
+
+# press_install : the toast tells that it was right.
+press_install() {
+    is_shown && xdotool mousemove --window "$(tail -n 1 "$work/found")" 684 316 click 1 && said 'check zip pack'
+}
+
+# The end of a session sends one signal after the other.
+leave() {
+    kill "$program"
+    until is_over; do
+        kill -HUP "$program" 2>/dev/null || true
+        read -r -t 0.001 <>"$work/nothing" || true
+    done
+    wait "$program" || fail "the program ended with $?: $(tail -n 5 "$log")"
+}
+
+take_along() {
+    local arguments
+    for arguments in -u '-u -s' --uninstall; do
+        cp -R "$work/plugin/." "$work/game/"
+        cp "$ini" "$work/before"
+        # shellcheck disable=SC2086 # several words
+        (cd "$work/app" && ./Brekka $arguments) 2>"$log" || fail "Brekka $arguments ended with $?"
+        must [ "$(cd "$work/game" && find . -type f)" = ./WorldOfTanks.exe ]
+        must cmp "$work/before" "$ini"
+    done
+}
+
+# Nobody, not even root, can make files there.
+name_unwritable_folder() {
+    (cd /proc && on_display exec "$work/app/Brekka") >"$log" 2>&1 &
+    program=$!
+    started+=("$program")
+    eventually said "can't write to the folder \"/proc\""
+    eventually windows 2
+    stop_program
+}
+
+install_packages "${test_packages[@]}"
+export QT_QPA_PLATFORM=offscreen
+start_display
+new_program
+serve "$work/out"
+write_settings "$ini" "$work/game" 1
+recover_from_kills
+live_in_tray
+leave
+take_along
+name_unwritable_folder
+printf 'All as it should be.\n'
