@@ -33,7 +33,7 @@ CustMessagebox::CustMessagebox(QWidget *parent, QString title, QString text,
     m_pLabel->setOpenExternalLinks(true);
     connect(m_pLabel, &QLabel::linkActivated, this, &CustMessagebox::openUrl);
     centreOver(parent);
-    new FocusRing(this);
+    new FocusRing(verticalWidget); // the margin around it is transparent
     setUpButtons(buttons, defaultButton);
     connect(m_messageboxclose, &QPushButton::clicked, this, &CustMessagebox::onButtonCloseClicked);
     connect(m_pButtonBox, &QDialogButtonBox::clicked, this, [this](QAbstractButton *button) {

@@ -2,7 +2,25 @@
 
 #include <QApplication>
 #include <QEvent>
+#include <QPainter>
 #include <QPalette>
+#include <QScreen>
+
+#include <qpa/qplatformnativeinterface.h>
+
+namespace
+{
+constexpr qreal Opacity = 0.6;
+
+// Only an X server shows windows without anything that composites them. Qt watches whether
+// something does, and has no public way to ask it.
+bool isComposited(QScreen *screen)
+{
+    return QGuiApplication::platformName() != QLatin1String("xcb") ||
+           QGuiApplication::platformNativeInterface()->nativeResourceForScreen("compositingEnabled",
+                                                                               screen) != nullptr;
+}
+} // namespace
 
 MaskForm::MaskForm(QWidget *parent) : QWidget(parent), m_mainWidget(QApplication::activeWindow())
 {
@@ -10,15 +28,17 @@ MaskForm::MaskForm(QWidget *parent) : QWidget(parent), m_mainWidget(QApplication
     QPalette black = palette();
     black.setBrush(QPalette::Window, QBrush(Qt::black));
     setPalette(black);
-    setWindowOpacity(0.6);
+    setWindowOpacity(Opacity);
 }
 
 MaskForm::~MaskForm() = default;
 
 void MaskForm::setMainWidget(QWidget *widget)
 {
-    if (widget)
-        m_mainWidget = widget;
+    if (!widget)
+        return;
+    m_mainWidget = widget;
+    widget->installEventFilter(this);
 }
 
 void MaskForm::setDialog(QWidget *dialog)
@@ -42,6 +62,8 @@ bool MaskForm::eventFilter(QObject *object, QEvent *event)
             show();
         else if (event->type() == QEvent::Hide)
             hide();
+    } else if (object == m_mainWidget && event->type() == QEvent::UpdateRequest && isVisible()) {
+        update(); // what goes on behind the dialog
     }
     return QWidget::eventFilter(object, event);
 }
@@ -51,4 +73,17 @@ void MaskForm::showEvent(QShowEvent *event)
     QWidget::showEvent(event);
     if (m_mainWidget)
         setGeometry(m_mainWidget->geometry());
+}
+
+void MaskForm::paintEvent(QPaintEvent *event)
+{
+    if (!m_mainWidget || isComposited(screen())) {
+        QWidget::paintEvent(event);
+        return;
+    }
+    QPainter painter(this);
+    painter.drawPixmap(0, 0, m_mainWidget->grab());
+    QColor veil = palette().color(QPalette::Window);
+    veil.setAlphaF(Opacity);
+    painter.fillRect(rect(), veil);
 }

@@ -2,7 +2,8 @@
 
 #include <QWidget>
 
-/// A translucent black cover over a widget, shown exactly while a given dialog is.
+/// A translucent black cover over a widget, shown exactly while a given dialog is. Where the desktop
+/// can't show one, it is a dimmed picture of the widget.
 class MaskForm : public QWidget
 {
     Q_OBJECT
@@ -18,6 +19,7 @@ public:
 protected:
     bool eventFilter(QObject *object, QEvent *event) override;
     void showEvent(QShowEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
 
 private:
     QWidget *m_mainWidget = nullptr;

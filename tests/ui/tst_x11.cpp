@@ -2,8 +2,10 @@
 #include "ReminderWidget.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QLineEdit>
 #include <QProcess>
+#include <QScreen>
 #include <QtTest>
 
 #include <cstdio>
@@ -37,6 +39,7 @@ class tst_x11 : public QObject
 private slots:
     void initTestCase();
     void toast();
+    void dimming();
     void cleanupTestCase() { m_manager.close(); }
 
 private:
@@ -83,6 +86,29 @@ void tst_x11::toast()
     const QList<QByteArray> opacities = spy.readAll().split('\n');
     QVERIFY(QSet<QByteArray>(opacities.begin(), opacities.end()).size() > 5);
     delete toast;
+}
+
+// Nothing composites here, so what lies behind a dialog is seen on the cover itself, as it is now.
+void tst_x11::dimming()
+{
+    QWidget window;
+    QDialog dialog;
+    MaskForm mask(&window);
+    mask.setMainWidget(&window);
+    mask.setDialog(&dialog);
+    window.setGeometry(100, 100, 300, 200);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    dialog.move(600, 600);
+    dialog.show();
+    for (const QColor &color : {QColor(250, 100, 0), QColor(0, 200, 50)}) {
+        window.setPalette(QPalette(color, color));
+        const auto onScreen = [&] {
+            return window.screen()->grabWindow(0, 250, 200, 1, 1).toImage().pixel(0, 0);
+        };
+        const QRgb dimmed = qRgb(color.red() * 2 / 5, color.green() * 2 / 5, color.blue() * 2 / 5);
+        QTRY_COMPARE_WITH_TIMEOUT(onScreen(), dimmed, 30000);
+    }
 }
 
 int main(int argc, char *argv[])
