@@ -4,13 +4,13 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What building and running need, what the tests need on top.
 build_packages=(g++ cmake make pkg-config qtbase5-dev qtbase5-private-dev zlib1g-dev libsodium-dev libssl-dev fonts-noto-cjk)
-run_packages=(busybox curl)
+run_packages=(busybox curl qttranslations5-l10n)
 bench_packages=(busybox curl unzip)
 test_packages=(zip unzip openssl zbar-tools busybox nginx-light curl jq xvfb openbox x11-utils xdotool wmctrl)
 lint_packages=(clang clang-format clang-tidy clazy shellcheck git)
 mingw_packages=(g++-mingw-w64-x86-64-posix wine wine64 desktop-file-utils libglib2.0-bin)
 
-windows_packages=(libz-mingw-w64-dev zip)
+windows_packages=(libz-mingw-w64-dev zip qttranslations5-l10n)
 windows_test_packages=(xvfb openbox picom xdotool imagemagick unzip busybox curl fonts-liberation fonts-noto-cjk)
 
 fail() {

@@ -3,6 +3,7 @@
 #include "CustTitlebar.h"
 #include "FillBackground.h"
 #include "FocusRing.h"
+#include "QtTranslation.h"
 
 #include <QAction>
 #include <QApplication>
@@ -33,6 +34,7 @@ void nameSubstituteFonts()
 BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
 {
     nameSubstituteFonts();
+    QtTranslation::load();
     setupUi(this);
     setWindowFlags(Qt::FramelessWindowHint);
     setAttribute(Qt::WA_TranslucentBackground);

@@ -17,7 +17,7 @@ compile() {
 # collect FOLDER : puts what players get there.
 collect() {
     local file library
-    mkdir -p "$1/platforms" "$1/styles" "$1/licenses"
+    mkdir -p "$1/platforms" "$1/styles" "$1/translations" "$1/licenses"
     for file in Brekka.exe BrekkaUpdater.exe brekka-publish.exe ver.dll; do
         cp "$tree/bin/$file" "$1/"
     done
@@ -26,6 +26,7 @@ collect() {
     done
     cp "$toolkit/plugins/platforms/qwindows.dll" "$1/platforms/"
     cp "$toolkit/plugins/styles/qwindowsvistastyle.dll" "$1/styles/"
+    cp /usr/share/qt5/translations/qtbase_zh_CN.qm "$1/translations/"
     for file in libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll; do
         cp "$(x86_64-w64-mingw32-g++-posix -print-file-name="$file")" "$1/"
     done
@@ -37,6 +38,7 @@ collect() {
 collect_licenses() {
     local doc=/usr/share/doc common=/usr/share/common-licenses
     cp "$doc/qtbase5-dev/copyright" "$1/toolkit.txt"
+    cp "$doc/qttranslations5-l10n/copyright" "$1/translations.txt"
     cp "$doc/gcc-mingw-w64-x86-64-posix-runtime/copyright" "$1/compiler-runtime.txt"
     cp "$doc/mingw-w64-common/copyright" "$1/windows-runtime.txt"
     cp "$doc/libz-mingw-w64-dev/copyright" "$1/zlib.txt"
@@ -47,8 +49,8 @@ Brekka uses Qt $toolkit_version under the LGPL, version 3, as the DLLs whose nam
 folders "platforms" and "styles"; others of the same version may take their place. They were made from
 the source package qtbase-opensource-src $(cat "$toolkit/complete") of Debian with
 scripts/windows/toolkit.sh of Brekka's sources, which holds the options and the one change.
-"toolkit.txt" tells who holds which rights in it, the other files do so for the compiler's runtime DLLs,
-for zlib and for libsodium.
+"toolkit.txt" tells who holds which rights in it, the other files do so for its translation in the folder
+"translations", for the compiler's runtime DLLs, for zlib and for libsodium.
 TEXT
 }
 
