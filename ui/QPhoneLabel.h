@@ -19,4 +19,10 @@ protected:
     void leaveEvent(QEvent *event) override;
     void focusInEvent(QFocusEvent *event) override;
     void focusOutEvent(QFocusEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+
+private:
+    void fitPicture();
+
+    qreal m_pictureRatio = 0; ///< device pixels a pixel that the text's picture is made for
 };
