@@ -54,6 +54,7 @@ void GamePathEdit::setKeyboardFocus(bool on)
 void GamePathEdit::contextMenuEvent(QContextMenuEvent *event)
 {
     auto *menu = new QMenu(this);
+    menu->setObjectName(QStringLiteral("pathMenu")); // for the style sheet
     menu->setAttribute(Qt::WA_DeleteOnClose);
     QAction *copy = menu->addAction(QStringLiteral("复制"), this, &GamePathEdit::copyPath);
     QAction *open = menu->addAction(QStringLiteral("打开文件夹"), this, &GamePathEdit::openFolder);
