@@ -1,5 +1,6 @@
 #include "BaseWindow.h"
 
+#include "Accessibility.h"
 #include "CustTitlebar.h"
 #include "FillBackground.h"
 #include "FocusRing.h"
@@ -35,6 +36,7 @@ BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
 {
     nameSubstituteFonts();
     QtTranslation::load();
+    Accessibility::install();
     setupUi(this);
     setWindowFlags(Qt::FramelessWindowHint);
     setAttribute(Qt::WA_TranslucentBackground);

@@ -2,8 +2,8 @@
 
 #include <QWidget>
 
-/// A translucent black cover over a widget, shown exactly while a given dialog is. Where the desktop
-/// can't show one, it is a dimmed picture of the widget.
+/// A translucent black cover over a widget, shown exactly while a given dialog is. Where the
+/// desktop can't show one, it is a dimmed picture of the widget.
 class MaskForm : public QWidget
 {
     Q_OBJECT

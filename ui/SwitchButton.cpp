@@ -1,5 +1,6 @@
 #include "SwitchButton.h"
 
+#include <QAccessible>
 #include <QKeyEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -48,6 +49,11 @@ void SwitchButton::setChecked(bool checked)
 
 void SwitchButton::moveSlider()
 {
+    QAccessible::State changed;
+    changed.checked = true;
+    QAccessibleStateChangeEvent spoken(this, changed);
+    QAccessible::updateAccessibility(&spoken);
+
     m_step = width() / 10;
     m_endX = m_checked ? width() - height() : 0;
     if (m_animation) {

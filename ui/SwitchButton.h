@@ -15,6 +15,8 @@ public:
     ~SwitchButton() override;
 
     bool isChecked() const { return m_checked; }
+    /// What a click does.
+    void flip();
 
 signals:
     /// The user flipped the switch; \a checked is its new state. setChecked() does not emit this.
@@ -49,7 +51,6 @@ protected:
 private:
     template <typename Value>
     void change(Value &member, const Value &value);
-    void flip();
     void moveSlider();
     void paintTrack(QPainter &painter);
     void paintText(QPainter &painter);
