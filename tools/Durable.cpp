@@ -7,6 +7,8 @@
 #else
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <cerrno>
 #endif
 
 bool Durable::sync(QFileDevice &file)
@@ -27,7 +29,8 @@ bool Durable::syncFolder(const QString &path)
     const int folder = open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
     if (folder < 0)
         return false;
-    const bool done = fsync(folder) == 0;
+    // Some file systems, such as those of other machines, keep names without being asked.
+    const bool done = fsync(folder) == 0 || errno == EINVAL || errno == ENOTSUP || errno == EBADF;
     close(folder);
     return done;
 #endif

@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QSaveFile>
 #include <QSet>
 
@@ -15,6 +16,7 @@
 namespace
 {
 constexpr char CompressedSuffix[] = ".gz";
+constexpr char LockName[] = ".publishing";
 
 /// As "gzip -9n" does it, without time and system, so that the same text gives the same bytes.
 QByteArray gzip(const QByteArray &text)
@@ -66,24 +68,47 @@ bool ReleaseFolder::open(bool make)
         return fail(QStringLiteral("no such folder: %1").arg(m_path));
     if (!makeFolder(m_path))
         return false;
-    m_lock = std::make_unique<QLockFile>(m_path + QStringLiteral("/.publishing"));
+    m_lock = std::make_unique<QLockFile>(m_path + QLatin1Char('/') + QLatin1String(LockName));
     m_lock->setStaleLockTime(0); // however long one takes
     if (!m_lock->tryLock(0)) {
-        const bool isTaken = m_lock->error() == QLockFile::LockFailedError;
+        const QString problem = lockProblem();
         m_lock.reset();
-        return fail(isTaken ? QStringLiteral("another publisher is at work in %1").arg(m_path)
-                            : QStringLiteral("cannot write to %1").arg(m_path));
+        return fail(problem);
     }
     for (const char *folder : {"/packages", "/cms", "/history"}) {
         if (!makeFolder(m_path + QLatin1String(folder)))
             return false;
     }
+    removeLeftovers();
     readHistory();
     const UpdateManifest manifest = manifestIn(manifestPath());
     if (manifest.hasData && !manifest.isServerError)
         m_offered = manifest;
-    // Folders from before there was a history.
-    return !m_history.isEmpty() || !m_offered || record(*m_offered);
+    // There may be no history yet, or one that a power cut or a restored folder left behind.
+    const bool isKnown = !m_history.isEmpty() && m_offered &&
+                         m_history.constLast().manifest.toJson() == m_offered->toJson();
+    return isKnown || !m_offered || record(*m_offered);
+}
+
+QString ReleaseFolder::lockProblem() const
+{
+    if (m_lock->error() != QLockFile::LockFailedError)
+        return QStringLiteral("cannot write to %1").arg(m_path);
+    qint64 process = 0;
+    QString host, program;
+    m_lock->getLockInfo(&process, &host, &program);
+    // Whether a process of another machine still lives can't be found out here.
+    return QStringLiteral("another publisher is at work in %1: process %2 on %3; if there is none, "
+                          "remove %1/%4")
+        .arg(m_path, QString::number(process), host, QLatin1String(LockName));
+}
+
+/// What publishers that were killed have begun.
+void ReleaseFolder::removeLeftovers() const
+{
+    QDir packages(packagesPath());
+    for (const QString &file : packages.entryList({QStringLiteral("*.part")}, QDir::Files))
+        packages.remove(file);
 }
 
 void ReleaseFolder::readHistory()
@@ -92,9 +117,10 @@ void ReleaseFolder::readHistory()
         QDir(m_path + QStringLiteral("/history"))
             .entryInfoList({QStringLiteral("*.json")}, QDir::Files, QDir::Name);
     for (const QFileInfo &file : files) {
+        const int number = file.completeBaseName().toInt();
         const UpdateManifest manifest = manifestIn(file.filePath());
-        if (manifest.hasData)
-            m_history.append({file.baseName().toInt(), file.lastModified(), manifest});
+        if (number > 0 && manifest.hasData)
+            m_history.append({number, file.lastModified(), manifest});
     }
 }
 
@@ -143,8 +169,11 @@ bool ReleaseFolder::write(const QByteArray &json)
     if (before.isValid())
         now = std::max(now, before.addSecs(1));
     QSaveFile compressed(manifestPath() + QLatin1String(CompressedSuffix)), plain(manifestPath());
-    return fill(compressed, gzip(json), now) && fill(plain, json, now) && replace(compressed) &&
-           replace(plain);
+    if (!fill(compressed, gzip(json), now) || !fill(plain, json, now) || !replace(compressed))
+        return false;
+    // From here on players may come for what it names, whatever happens to the plain one.
+    settle();
+    return replace(plain);
 }
 
 bool ReleaseFolder::fill(QSaveFile &file, const QByteArray &content, const QDateTime &time)
@@ -155,7 +184,7 @@ bool ReleaseFolder::fill(QSaveFile &file, const QByteArray &content, const QDate
         while (const int more = int(std::max(qint64(0), file.write(content.mid(written)))))
             written += more;
     }
-    if (written != content.size() || !file.flush())
+    if (written != content.size() || !Durable::sync(file))
         return fail(QStringLiteral("cannot write %1: %2").arg(file.fileName(), file.errorString()));
     file.setPermissions(Durable::ServedFile);
     file.setFileTime(time, QFileDevice::FileModificationTime);
@@ -178,10 +207,11 @@ QStringList ReleaseFolder::prune(int count)
             kept += packagePath(m_history[i].manifest);
     }
     QStringList removed;
-    const QFileInfoList packages = QDir(packagesPath()).entryInfoList({QStringLiteral("*.zip")});
+    const QRegularExpression ours(QStringLiteral("^[0-9a-f]{32}\\.zip$"));
+    const QFileInfoList packages = QDir(packagesPath()).entryInfoList(QDir::Files);
     for (const QFileInfo &package : packages) {
-        if (!kept.contains(package.filePath()) && package.lastModified() < yesterday &&
-            QFile::remove(package.filePath()))
+        if (ours.match(package.fileName()).hasMatch() && !kept.contains(package.filePath()) &&
+            package.lastModified() < yesterday && QFile::remove(package.filePath()))
             removed += package.fileName();
     }
     return removed;
@@ -206,7 +236,7 @@ bool ReleaseFolder::makeFolder(const QString &path)
     const QString parent = QFileInfo(QDir::cleanPath(path)).path();
     if (!makeFolder(parent))
         return false;
-    if (!QDir().mkdir(path))
+    if (!QDir().mkdir(path) || !Durable::syncFolder(parent))
         return fail(QStringLiteral("cannot create the folder %1").arg(path));
     QFile::setPermissions(path, Durable::ServedFolder);
     m_newFolders.prepend(path);

@@ -43,7 +43,8 @@ public:
     bool repair();
 
     /// Removes packages that the last \a count manifests don't name. None that was offered within
-    /// the last day, since players may still be fetching it. The names of those removed.
+    /// the last day, since players may still be fetching it, and no file that isn't named as ours
+    /// are. The names of those removed.
     QStringList prune(int count);
 
     /// The last one last.
@@ -61,6 +62,8 @@ public:
 
 private:
     bool makeFolder(const QString &path);
+    QString lockProblem() const;
+    void removeLeftovers() const;
     void readHistory();
     bool record(const UpdateManifest &manifest);
     bool write(const QByteArray &json);

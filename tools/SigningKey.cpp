@@ -1,5 +1,7 @@
 #include "SigningKey.h"
 
+#include "Durable.h"
+
 #include <QFile>
 #include <QTemporaryFile>
 
@@ -61,7 +63,8 @@ std::optional<SigningKey> SigningKey::create(const QString &path, QString *error
     // stays as it is.
     QTemporaryFile file(path + QStringLiteral(".XXXXXX"));
     const QByteArray text = Begin + (header() + seed).toBase64() + End;
-    if (!file.open() || file.write(text) != text.size() || !file.flush() || !file.rename(path)) {
+    if (!file.open() || file.write(text) != text.size() || !Durable::sync(file) ||
+        !file.rename(path)) {
         *error =
             QStringLiteral("cannot write %1: %2")
                 .arg(path, QFile::exists(path) ? QStringLiteral("it exists") : file.errorString());
