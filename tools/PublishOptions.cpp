@@ -44,9 +44,11 @@ PublishOptions::PublishOptions()
       m_unsigned(QStringLiteral("unsigned"),
                  QStringLiteral("Publishes unsigned where the last manifest was signed.")),
       m_list(QStringLiteral("list"), QStringLiteral("Lists what was published.")),
-      m_rollBack(QStringLiteral("rollback"),
-                 QStringLiteral("Offers the earlier package with this checksum again."),
-                 QStringLiteral("MD5")),
+      m_rollBack(
+          QStringLiteral("rollback"),
+          QStringLiteral("Offers the earlier package with this checksum again, under the same "
+                         "address unless --base-url is given."),
+          QStringLiteral("MD5")),
       m_pause(QStringLiteral("pause"),
               QStringLiteral("Offers nothing until something is published again.")),
       m_newKey(QStringLiteral("new-key"),
@@ -100,13 +102,18 @@ bool PublishOptions::checkValues()
         needed = {m_newKey};
     else if (m_action == Action::Publish)
         needed = {m_pluginDir, m_pluginVersion, m_baseUrl, m_out};
+    // An empty one is a variable that a script has not set, and must not leave updates unsigned.
+    if (m_parser.isSet(m_key))
+        needed += m_key;
     for (const auto &option : needed) {
         if (m_parser.value(option).trimmed().isEmpty())
             return fail(QStringLiteral("Missing --%1.").arg(option.names().constFirst()));
     }
     if (m_parser.isSet(m_keep) && kept() < 1)
         return fail(QStringLiteral("Not a number above 0: '%1'.").arg(m_parser.value(m_keep)));
-    if (m_action == Action::Publish && !isServerAddress(m_parser.value(m_baseUrl)))
+    const bool isAddressUsed =
+        m_action == Action::Publish || (m_action == Action::RollBack && m_parser.isSet(m_baseUrl));
+    if (isAddressUsed && !isServerAddress(m_parser.value(m_baseUrl)))
         return fail(QStringLiteral("Not a web address: '%1'.").arg(m_parser.value(m_baseUrl)));
     if (!QDateTime::fromString(date(), DateFormat).isValid())
         return fail(QStringLiteral("Not a date like '2021-03-05 10:20:30': '%1'.").arg(date()));

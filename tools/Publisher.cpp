@@ -57,9 +57,7 @@ bool Publisher::run()
         done = pause();
         break;
     case Action::List:
-        done = m_folder.open(false) || fail(m_folder.errorString());
-        list();
-        break;
+        return list();
     default:
         done = publish();
     }
@@ -88,17 +86,13 @@ bool Publisher::publish()
         m_report += QStringLiteral("left out: ") + someOf(plugin.leftOut());
     if (!m_folder.open(true))
         return fail(m_folder.errorString());
+    if (!checkKeyIsOutside(plugin) || !checkKeyIsOutside(PluginFolder(m_options.outDir())))
+        return false;
 
     PackageWriter package(m_folder.packagesPath());
     if (!pack(plugin, package))
         return false;
-    UpdateManifest manifest;
-    manifest.hasData = true;
-    manifest.version = m_options.pluginVersion();
-    manifest.packageMd5 = package.md5();
-    manifest.updatedAt = m_options.date();
-    manifest.link = QStringLiteral("%1/packages/%2.zip").arg(m_options.baseUrl(), package.md5());
-    manifest.files = package.checksums();
+    const UpdateManifest manifest = manifestFor(package);
     if (isOffered(manifest) && QFileInfo::exists(m_folder.packagePath(manifest))) {
         m_report += QStringLiteral("already offered: version %1, %2")
                         .arg(manifest.version, m_folder.packagePath(manifest));
@@ -113,13 +107,35 @@ bool Publisher::publish()
     return offer(manifest, package.sha256());
 }
 
+bool Publisher::checkKeyIsOutside(const PluginFolder &folder)
+{
+    return m_options.keyFile().isEmpty() || !folder.contains(m_options.keyFile()) ||
+           fail(QStringLiteral("the private key lies where players could fetch it"));
+}
+
+/// Not signed yet.
+UpdateManifest Publisher::manifestFor(const PackageWriter &package) const
+{
+    UpdateManifest manifest;
+    manifest.hasData = true;
+    manifest.version = m_options.pluginVersion();
+    manifest.packageMd5 = package.md5();
+    manifest.updatedAt = m_options.date();
+    manifest.link = linkTo(package.md5());
+    manifest.files = package.checksums();
+    return manifest;
+}
+
+QString Publisher::linkTo(const QString &md5) const
+{
+    return QStringLiteral("%1/packages/%2.zip").arg(m_options.baseUrl(), md5);
+}
+
 bool Publisher::pack(const PluginFolder &plugin, PackageWriter &package)
 {
     if (!package.open())
         return fail(package.errorString());
     for (const QString &file : plugin.files()) {
-        if (Interruption::requested())
-            return fail(QStringLiteral("interrupted"));
         if (!package.add(file, plugin.pathOf(file)))
             return fail(package.errorString());
     }
@@ -159,9 +175,10 @@ bool Publisher::checkRemoved(const UpdateManifest &manifest)
     }
     if (removed.isEmpty())
         return true;
-    const QString text = QStringLiteral("no longer there, but kept on players' disks and in their "
-                                        "lists: %1")
-                             .arg(someOf(removed));
+    for (const QString &name : qAsConst(removed))
+        m_report += QStringLiteral("no longer there: ") + name;
+    const QString text =
+        QStringLiteral("files that are no longer there stay on players' disks and in their lists");
     if (m_options.action() == Action::Publish && !m_options.allowsRemoved())
         return fail(text + QStringLiteral("; ship them empty, which costs nothing, or give "
                                           "--allow-removed"));
@@ -171,12 +188,11 @@ bool Publisher::checkRemoved(const UpdateManifest &manifest)
 
 bool Publisher::sign(UpdateManifest &manifest, const QString &packageSha256)
 {
+    const auto &history = m_folder.history();
     qint64 last = 0;
-    bool wasSigned = m_folder.offered() && m_folder.offered()->signature;
-    for (const Release &release : m_folder.history())
+    for (const Release &release : history)
         last = std::max(last, release.manifest.serial.value_or(QString()).toLongLong());
-    if (!m_folder.history().isEmpty())
-        wasSigned |= m_folder.history().constLast().manifest.signature.has_value();
+    const bool wasSigned = !history.isEmpty() && history.constLast().manifest.signature;
     manifest.packageSha256.reset();
     manifest.serial.reset();
     manifest.signature.reset();
@@ -230,7 +246,9 @@ bool Publisher::rollBack()
     if (release == history.crend())
         return fail(QStringLiteral("nothing with the checksum %1 was published; see --list")
                         .arg(m_options.rollBackTo()));
-    const UpdateManifest manifest = release->manifest;
+    UpdateManifest manifest = release->manifest;
+    if (!m_options.baseUrl().isEmpty())
+        manifest.link = linkTo(*manifest.packageMd5);
     const QString package = m_folder.packagePath(manifest);
     if (sumOf(package, QCryptographicHash::Md5) != manifest.packageMd5)
         return fail(QStringLiteral("%1 is gone or damaged").arg(package));
@@ -239,14 +257,22 @@ bool Publisher::rollBack()
 
 bool Publisher::pause()
 {
-    if (!m_folder.open(false) || !m_folder.pause())
+    if (!m_folder.open(false))
+        return fail(m_folder.errorString());
+    // Whoever stops a bad release must not believe that it worked.
+    if (m_folder.history().isEmpty())
+        return fail(QStringLiteral("nothing was published in %1").arg(m_options.outDir()));
+    if (!m_folder.pause())
         return fail(m_folder.errorString());
     m_report += QStringLiteral("paused: nothing is offered until something is published again");
     return true;
 }
 
-void Publisher::list()
+/// Leaves no trace in the folder, which may be a wrong one.
+bool Publisher::list()
 {
+    if (!m_folder.open(false))
+        return fail(m_folder.errorString());
     for (const Release &release : m_folder.history()) {
         const UpdateManifest &manifest = release.manifest;
         QStringList words{QString::number(release.number), release.since.toString(Qt::ISODate),
@@ -259,6 +285,7 @@ void Publisher::list()
             words += m_folder.offered() ? QStringLiteral("(offered)") : QStringLiteral("(paused)");
         m_report += words.join(QLatin1Char(' '));
     }
+    return true;
 }
 
 bool Publisher::fail(const QString &text)

@@ -23,7 +23,7 @@ public:
     /// Runs once. False on failure, and errorString() says why in one line.
     bool run();
 
-    /// What a successful run has done, or was asked for, in lines.
+    /// What the run has done or noticed, or was asked for, in lines.
     QStringList report() const { return m_report; }
     QString errorString() const { return m_error; }
 
@@ -32,8 +32,11 @@ private:
     bool publish();
     bool rollBack();
     bool pause();
-    void list();
+    bool list();
     bool pack(const PluginFolder &plugin, PackageWriter &package);
+    UpdateManifest manifestFor(const PackageWriter &package) const;
+    QString linkTo(const QString &md5) const;
+    bool checkKeyIsOutside(const PluginFolder &folder);
     bool isOffered(const UpdateManifest &manifest) const;
     bool checkRemoved(const UpdateManifest &manifest);
     bool sign(UpdateManifest &manifest, const QString &packageSha256);

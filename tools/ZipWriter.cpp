@@ -1,5 +1,7 @@
 #include "ZipWriter.h"
 
+#include "Interruption.h"
+
 #include <QDataStream>
 #include <QFileDevice>
 
@@ -73,6 +75,8 @@ bool ZipWriter::pack(QIODevice &source, Entry &entry, QCryptographicHash &hash)
     deflateReset(&stream);
     uLong crc = crc32(0, nullptr, 0);
     for (bool atEnd = false; !atEnd;) {
+        if (Interruption::requested())
+            return fail(QStringLiteral("interrupted"));
         const qint64 count = source.read(in.data(), in.size());
         if (count < 0)
             return fail(QStringLiteral("cannot read %1: %2")

@@ -115,13 +115,14 @@ void tst_publish::stories_data()
     row("rolled back",
         "p; old=$(md5); echo 2 >plugin/good; p --plugin-version 2; o --rollback $old; "
         "[ $(md5) = $old ]; o --list >a; [ $(grep -c $old a) = 2 ]; "
-        "grep '^3 .*(offered)$' a; no grep '^2 .*(offered)$' a; p --plugin-version 2; no [ $(md5) "
-        "= "
-        "$old ]");
+        "grep '^3 .*(offered)$' a; no grep '^2 .*(offered)$' a; "
+        "o --rollback $old --base-url http://moved; grep \"http://moved/packages/$old\" out/cms/*; "
+        "p --plugin-version 2; no [ $(md5) = $old ]");
     row("rolled back to nothing",
-        "no o --list; no [ -e out ]; p; no o --rollback 0; p; for z in out/packages/*; do echo x "
-        ">>$z; done; "
+        "p; no o --rollback 0; for z in out/packages/*; do echo x >>$z; done; "
         "cp out/cms/upgrade a; no o --rollback $(md5); cmp a out/cms/upgrade");
+    row("in a wrong folder", "no o --list; no o --pause; no [ -e out ]; mkdir out; o --list; "
+                             "no o --pause; rmdir out");
     row("paused",
         "p; old=$(md5); o --pause; grep '\"errno\": 1' out/cms/upgrade; gzip -dc "
         "out/cms/upgrade.gz | cmp - out/cms/upgrade; o --list | grep paused; p; [ $(md5) = $old ]");
@@ -131,11 +132,17 @@ void tst_publish::stories_data()
         "p --plugin-version 3; [ $(stat -c %Y out/cms/upgrade.gz) -gt $a ]");
     row("without a history",
         "p; old=$(md5); rm -r out/history; echo 2 >plugin/good; p; o --rollback $old");
-    row("kept",
-        "p; old=$(md5); for i in 2 3 4; do echo $i >plugin/good; p; done; "
-        "touch -d '-2 days' out/packages/* out/history/*; echo 5 >plugin/good; p --keep 2; "
-        "ls out/packages; [ $(ls out/packages | wc -l) = 2 ]; o --list | grep \"$old.*removed\"; "
-        "no o --rollback $old");
+    row("with another history",
+        "o --new-key k; p --key k; cp -r out/history a; mv out/history/000001.json "
+        "out/history/x.json; "
+        "echo 2 >plugin/good; p --key k; o --list >b; [ $(wc -l <b) = 2 ]; rm -r out/history; "
+        "cp -r a out/history; no p --plugin-version 3; o --list >b; [ $(wc -l <b) = 2 ]; "
+        "grep \"^2 .*$(md5)\" b; ls out/history; [ $(ls out/history | wc -l) = 1 ]");
+    row("kept", "p; old=$(md5); for i in 2 3 4; do echo $i >plugin/good; p; done; "
+                "touch out/packages/other.zip; touch -d '-2 days' out/packages/* out/history/*; "
+                "echo 5 >plugin/good; p --keep 2; [ $(ls out/packages | wc -l) = 3 ]; o --list | "
+                "grep \"$old.*removed\"; "
+                "no o --rollback $old");
     row("kept for a day", "for i in 1 2 3; do echo $i >plugin/good; p --keep 1; done; "
                           "[ $(ls out/packages | wc -l) = 3 ]; touch -d '-2 days' out/packages/*; "
                           "p --plugin-version 2 --keep 1; [ $(ls out/packages | wc -l) = 3 ]");
@@ -144,13 +151,17 @@ void tst_publish::stories_data()
                     "grep 'left out: .git, a~, d/Thumbs.db, d/e$'; "
                     "[ \"$(unzip -Z1 out/packages/*)\" = \"$(printf 'd/x\ngood')\" ]");
     row("removed files",
-        "touch plugin/a plugin/b; p; rm plugin/a; no p 2>a; grep 'no longer there.*: a;' a; "
-        "p --allow-removed | grep ': a$'; no grep '/a' out/cms/upgrade");
+        "touch plugin/a plugin/b; p; old=$(md5); rm plugin/a; no p >a; grep 'no longer there: a$' "
+        "a; [ $(md5) = $old ]; p --allow-removed | grep ': a$'; new=$(md5); no [ $new = $old ]; "
+        "touch plugin/a; p; o --rollback $new | grep ': a$'");
     row("two at a time", "p; cp $(command -v sleep) brekka-publish; ./brekka-publish 60 & "
                          "printf '%s\nbrekka-publish\n%s\n' $! $(uname -n) >out/.publishing; "
                          "cp out/cms/upgrade a; no p --plugin-version 2 2>b; grep 'another "
                          "publisher' b; cmp a out/cms/upgrade; "
-                         "kill $!; wait $! || p --plugin-version 2");
+                         "kill $!; wait $! || p --plugin-version 2; "
+                         "printf '1\nbrekka-publish\nelsewhere\n' >out/.publishing; no p 2>b; "
+                         "grep 'on elsewhere.*out/.publishing$' b");
+    row("killed before", "p; touch out/packages/a.part; p; no [ -e out/packages/a.part ]");
     row("keys",
         "o --new-key k >pub; [ $(stat -c %a k) = 600 ]; openssl pkey -in k -pubout -outform DER | "
         "tail -c 32 | base64 | cmp - pub; no o --new-key k; openssl genpkey -algorithm ed25519 >l; "
@@ -161,6 +172,8 @@ void tst_publish::stories_data()
         "[ $(serial) -gt $s ]; s=$(serial); no o --rollback $old; o --key k --rollback $old; "
         "[ $(serial) -gt $s ]; "
         "p --unsigned; no grep signature out/cms/upgrade; p");
+    row("key in reach", "o --new-key plugin/k; no p --key plugin/k; no [ -e out ]; p; "
+                        "o --new-key out/k; no p --key out/k 2>a; grep 'could fetch' a");
     row("resigned", "o --new-key k; o --new-key l; p; p --key k; p --key l >a; no grep already a");
     row("serial ahead", "o --new-key k; p --key k; sed -i \"s/$(serial)/9$(serial)/\" out/*/*; "
                         "no p --key k --plugin-version 2 2>a; grep 'go back' a");
@@ -201,6 +214,7 @@ void tst_publish::refuses_data()
     misuse("address without scheme", "--base-url 127.0.0.1:8102", "Not a web address");
     misuse("address without host", "--base-url http:///x", "Not a web address");
     misuse("address with query", "--base-url 'http://h/?a=b'", "Not a web address");
+    misuse("empty key", "--key ''", "Missing --key.");
     misuse("two actions", "--list --pause", "One thing");
     misuse("no number", "--keep 0", "Not a number above 0");
     misuse("date that isn't one", "--date '2021-02-30 10:00:00'", "Not a date");
