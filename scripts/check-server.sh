@@ -29,9 +29,10 @@ header() {
 
 check_manifest() {
     local query='cms/upgrade?platform=102&v=0'
-    ask single "$base/$query"
+    # The program follows redirects to the manifest, though not to the package.
+    ask single "$base/$query" -L
     [ "$status" = 200 ] || bad "the manifest with one slash: status $status, expected 200"
-    ask manifest "$base//$query"
+    ask manifest "$base//$query" -L
     [ "$status" = 200 ] || bad "the manifest with two slashes: status $status, expected 200"
     if cmp -s "$work/single" "$work/manifest"; then
         good 'the manifest, with one slash and with two'
@@ -49,14 +50,26 @@ check_manifest() {
 }
 
 check_compressed() {
-    ask packed "$base//cms/upgrade" -H 'Accept-Encoding: gzip'
+    ask packed "$base//cms/upgrade" -L -H 'Accept-Encoding: gzip'
     if [ "$(header packed Content-Encoding)" != gzip ]; then
         bad 'the manifest is not compressed for who takes gzip; that costs about half of the bytes'
     elif gzip -dc <"$work/packed" 2>/dev/null | cmp -s - "$work/manifest"; then
         good "compressed, $(stat -c %s "$work/manifest") to $(stat -c %s "$work/packed") bytes"
+        check_vary
     else
         bad 'the compressed manifest is another one'
     fi
+}
+
+# Of both forms: the one that a cache has met first decides for the other.
+check_vary() {
+    local form
+    for form in manifest packed; do
+        header "$form" Vary | grep -qi accept-encoding || {
+            bad 'no "Vary: Accept-Encoding": a cache in between would mix up the two forms'
+            return
+        }
+    done
 }
 
 check_unchanged() {
@@ -67,7 +80,7 @@ check_unchanged() {
         bad 'the manifest has neither an ETag nor a Last-Modified: each poll costs all of it'
         return
     fi
-    ask again "$base//cms/upgrade" -H 'Accept-Encoding: gzip' ${tag:+-H "If-None-Match: $tag"} \
+    ask again "$base//cms/upgrade" -L -H 'Accept-Encoding: gzip' ${tag:+-H "If-None-Match: $tag"} \
         ${date:+-H "If-Modified-Since: $date"}
     if [ "$status" = 304 ]; then
         good 'unchanged, a second ask brings a 304'
