@@ -35,13 +35,18 @@ if(NOT WIN32)
     list(APPEND BREKKA_TEST_ENVIRONMENT QT_QPA_PLATFORM=offscreen)
 endif()
 
-# A test program, run by ctest without a display.
-#   brekka_test(tst_name SOURCES file... LIBS target...)
+# A test program, run by ctest without a display; with ROWS each row of that function by itself.
+#   brekka_test(tst_name [ROWS function] SOURCES file... LIBS target...)
 function(brekka_test name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+    cmake_parse_arguments(ARG "" "ROWS" "SOURCES;LIBS" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE brekka_options ${ARG_LIBS} Qt5::Test)
-    add_test(NAME ${name} COMMAND ${name})
+    if(ARG_ROWS)
+        add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/support/rows.sh
+            $<TARGET_FILE:${name}> ${ARG_ROWS} ${CMAKE_CROSSCOMPILING_EMULATOR})
+    else()
+        add_test(NAME ${name} COMMAND ${name})
+    endif()
     set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${BREKKA_TEST_ENVIRONMENT}")
 endfunction()
 

@@ -1,7 +1,6 @@
 #include "ApplicationSettings.h"
 #include "Files.h"
 #include "MainController.h"
-#include "RowRunner.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -50,13 +49,5 @@ void tst_ControllerExit::keepsSettings()
     QDir::setCurrent(QDir::rootPath());
 }
 
-int main(int argc, char *argv[])
-{
-    std::unique_ptr<QCoreApplication> runner;
-    if (argc == 1)
-        runner = std::make_unique<QCoreApplication>(argc, argv);
-    tst_ControllerExit test;
-    return runEachRowAlone(argc, argv, "keepsSettings", &test);
-}
-
+QTEST_APPLESS_MAIN(tst_ControllerExit)
 #include "tst_controllerexit.moc"

@@ -1,6 +1,5 @@
 #include "MainController.h"
 #include "Paths.h"
-#include "RowRunner.h"
 #include "UpdateScene.h"
 
 #include <QApplication>
@@ -305,6 +304,8 @@ private slots:
 
 void tst_UpdateFlow::initTestCase()
 {
+    Q_INIT_RESOURCE(brekka);
+    QGuiApplication::setQuitOnLastWindowClosed(false);
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
 }
 
@@ -476,13 +477,6 @@ void tst_UpdateFlow::flow()
     QCOMPARE(scene.strays(), QStringList());
 }
 
-int main(int argc, char *argv[])
-{
-    Q_INIT_RESOURCE(brekka);
-    QApplication application(argc, argv);
-    QGuiApplication::setQuitOnLastWindowClosed(false);
-    tst_UpdateFlow test;
-    return runEachRowAlone(argc, argv, "flow", &test);
-}
+QTEST_MAIN(tst_UpdateFlow)
 
 #include "tst_updateflow.moc"
