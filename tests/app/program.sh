@@ -113,6 +113,34 @@ take_along() {
     done
 }
 
+# A hang-up that the caller ignores stays ignored, and the keys end the program.
+hang_up() {
+    (trap '' HUP && cd "$work/app" && exec ./Brekka -s) >"$log" 2>&1 &
+    program=$!
+    started+=("$program")
+    eventually said 'OnAutoUpdate start'
+    kill -HUP "$program"
+    eventually said 'OnAutoUpdate start' 3
+    kill -INT "$program"
+    wait "$program" || fail "the program ended with $?"
+}
+
+# As at logon: in its folder, and with the arguments as they are.
+start_by_updater() {
+    local folder="$work/应用 1"
+    mkdir "$folder"
+    cp "$bin/BrekkaUpdater" "$folder/"
+    printf '#!/bin/sh\n{ pwd; printf "%%s\\n" "$@"; } >told.part; mv told.part told\n' >"$folder/Brekka"
+    chmod 755 "$folder/Brekka"
+    program=$$
+    must "$folder/BrekkaUpdater" -s 'a b'
+    eventually test -e "$folder/told"
+    must [ "$(cat "$folder/told")" = "$(printf '%s\n-s\na b' "$folder")" ]
+    rm "$folder/Brekka"
+    ! "$folder/BrekkaUpdater" -s 2>"$work/alone" || fail 'the updater found nothing to start and did not say so'
+    must grep -qF "$folder/Brekka" "$work/alone"
+}
+
 # Nobody, not even root, can make files there.
 name_unwritable_folder() {
     (cd /proc && on_display exec "$work/app/Brekka") >"$log" 2>&1 &
@@ -132,6 +160,8 @@ write_settings "$ini" "$work/game" 1
 recover_from_kills
 live_in_tray
 leave
+hang_up
 take_along
+start_by_updater
 name_unwritable_folder
 printf 'All as it should be.\n'

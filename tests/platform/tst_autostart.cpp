@@ -14,7 +14,6 @@ private slots:
     void entryStartsProgram_data();
     void entryStartsProgram();
     void registersAndRemoves();
-    void updaterStartsProgram();
 
 private:
     QString path(const QString &name) const { return m_dir->path() + '/' + name; }
@@ -95,22 +94,6 @@ void tst_Autostart::registersAndRemoves()
     qputenv("XDG_CONFIG_HOME", "relative");
     QVERIFY(m_scheduler.CreateTask(L"BrekkaTask", L"/a", nullptr, nullptr));
     QVERIFY(QFile::exists(path("home/.config/autostart/BrekkaTask.desktop")));
-}
-
-void tst_Autostart::updaterStartsProgram()
-{
-    const QString folder = path("应用 1"), updater = folder + "/BrekkaUpdater";
-    makeProbe(folder + "/Brekka");
-    QVERIFY(QFile::copy(QCoreApplication::applicationDirPath() + "/BrekkaUpdater", updater));
-    QCOMPARE(QProcess::execute(updater, {"-s", "a b"}), 0);
-    QTRY_COMPARE_WITH_TIMEOUT(told(), (folder + "\n-s\na b\n").toUtf8(), 30000);
-
-    QVERIFY(QFile::remove(folder + "/Brekka"));
-    QProcess alone;
-    alone.start(updater, {"-s"});
-    QVERIFY(alone.waitForFinished());
-    QCOMPARE(alone.exitCode(), 1);
-    QVERIFY(alone.readAllStandardError().contains((folder + "/Brekka").toUtf8()));
 }
 
 QTEST_GUILESS_MAIN(tst_Autostart)

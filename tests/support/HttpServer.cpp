@@ -6,10 +6,6 @@
 
 #include <functional>
 
-#ifdef Q_OS_UNIX
-#include <sys/socket.h>
-#endif
-
 namespace
 {
 QString normalised(QString path)
@@ -69,8 +65,6 @@ private:
     {
         if (answer.silent)
             return;
-        if (answer.reset)
-            return reset();
         if (!answer.raw.isEmpty()) {
             m_socket->write(answer.raw);
             return m_socket->disconnectFromHost();
@@ -82,8 +76,7 @@ private:
         QByteArray head = "HTTP/1.1 " + status + " Status " + status + "\r\n";
         for (const auto &header : answer.headers)
             head += header.first + ": " + header.second + "\r\n";
-        if (!answer.noLength)
-            head += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n";
+        head += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n";
         m_socket->write(head + "\r\n");
 
         const QByteArray whole = record.method == "HEAD" ? QByteArray() : answer.body;
@@ -94,21 +87,11 @@ private:
             QTimer::singleShot(answer.tailDelayMs, this, [=] {
                 m_socket->write(body.mid(half));
                 m_answering = false;
-                if (answer.noLength || body.size() < whole.size())
+                if (body.size() < whole.size())
                     return m_socket->disconnectFromHost();
                 read();
             });
         });
-    }
-
-    void reset()
-    {
-#ifdef Q_OS_UNIX
-        // Without this the end of the connection would look like an orderly one.
-        const linger hard{1, 0};
-        setsockopt(int(m_socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-#endif
-        m_socket->abort();
     }
 
     QTcpSocket *m_socket;

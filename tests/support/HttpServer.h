@@ -15,9 +15,7 @@ struct HttpAnswer {
     QVector<QPair<QByteArray, QByteArray>> headers = {}; ///< with an "ETag", a 304 to who has it
     int bodyDelayMs = 0;                                 ///< between head and body
     int cutAfter = -1;     ///< announce the whole body, send so many bytes of it, then close
-    bool reset = false;    ///< abort the connection instead of answering
     bool silent = false;   ///< never answer, keep the connection
-    bool noLength = false; ///< omit Content-Length and close at the end
     int tailDelayMs = 0;   ///< between the first half of the body and the rest
     QByteArray raw = {};   ///< if any, exactly these bytes in place of all that, then close
 };

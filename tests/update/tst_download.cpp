@@ -49,7 +49,7 @@ void tst_Download::outcomes_data()
     QTest::addColumn<bool>("kept");
     HttpAnswer answer{200, QByteArray(300000, 'p'), {{"Location", "/elsewhere"}}};
     HttpAnswer noLength = answer, cut = answer, slow = answer, stalled = answer, silent, chunked;
-    noLength.noLength = true;
+    noLength.raw = "HTTP/1.1 200 OK\r\n\r\n" + answer.body;
     cut.cutAfter = 1000;
     slow.bodyDelayMs = slow.tailDelayMs = SilenceMs * 2 / 3;
     stalled.tailDelayMs = 100 * SilenceMs;
@@ -93,11 +93,11 @@ void tst_Download::outcomes()
     manager.append(m_server.url("/p.zip"), "package");
     QTRY_COMPARE_WITH_TIMEOUT(finished.count(), 1, 20000);
     QCOMPARE(finished.first().first().toString(), "package");
-    if (!answer.raw.isEmpty())
+    if (answer.raw.endsWith("zz\r\n"))
         return; // the network layer takes it for an empty body now and then
     QCOMPARE(failed.count(), error ? 1 : 0);
     QCOMPARE(Files::readTree("."), kept ? Files::Tree({{"package", answer.body}}) : Files::Tree());
-    QVERIFY(!answer.noLength || reports <= 1); // only the end of the body tells its size
+    QVERIFY(answer.raw.isEmpty() || reports <= 1); // only the end of the body tells its size
     QCOMPARE(m_server.count("/elsewhere"), 0);
     if (disk)
         QCOMPARE(failed.first().first().toString(), qt_error_string(EFBIG));
