@@ -39,12 +39,15 @@ private:
     SwitchButton *m_switch;
 };
 
+/// A label with a link speaks as one. The text may change while somebody reads it.
 class AccessibleLink : public QAccessibleWidget
 {
 public:
-    explicit AccessibleLink(LinkLabel *label)
-        : QAccessibleWidget(label, QAccessible::Link), m_label(label)
+    explicit AccessibleLink(LinkLabel *label) : QAccessibleWidget(label), m_label(label) {}
+
+    QAccessible::Role role() const override
     {
+        return m_label->link().isEmpty() ? QAccessible::StaticText : QAccessible::Link;
     }
 
     QString text(QAccessible::Text kind) const override
@@ -75,8 +78,9 @@ QAccessibleInterface *create(const QString &className, QObject *object)
         return nullptr;
     if (auto *control = qobject_cast<SwitchButton *>(object))
         return new AccessibleSwitch(control);
-    auto *label = qobject_cast<LinkLabel *>(object);
-    return label && !label->link().isEmpty() ? new AccessibleLink(label) : nullptr;
+    if (auto *label = qobject_cast<LinkLabel *>(object))
+        return new AccessibleLink(label);
+    return nullptr;
 }
 } // namespace
 

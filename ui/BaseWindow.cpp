@@ -12,6 +12,7 @@
 #include <QFont>
 #include <QMenu>
 #include <QScreen>
+#include <QScrollBar>
 
 #include <cmath>
 
@@ -41,6 +42,8 @@ BaseWindow::BaseWindow(QWidget *parent) : QMainWindow(parent)
     setWindowFlags(Qt::FramelessWindowHint);
     setAttribute(Qt::WA_TranslucentBackground);
     setWindowIcon(QIcon(QStringLiteral(":/images/icon.png")));
+    // Its menu would be Qt's own, and holds what nobody needs a menu for.
+    scrollArea->verticalScrollBar()->setContextMenuPolicy(Qt::NoContextMenu);
     createActions();
     createTrayIcon();
     createTitleBar();

@@ -12,7 +12,6 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QScrollBar>
 #include <QTimer>
 #include <QUrl>
 
@@ -55,8 +54,6 @@ MainWindow::MainWindow(const Hosts &hosts, const ManifestSignature::Keys &keys, 
     connect(m_autoUpdateTimer, &QTimer::timeout, this, &MainWindow::OnAutoUpdate);
 
     setUpLinks();
-    // Its menu would be Qt's own, and holds what nobody needs a menu for.
-    scrollArea->verticalScrollBar()->setContextMenuPolicy(Qt::NoContextMenu);
     connectControls();
     connectController();
     connectFlow();

@@ -1,5 +1,6 @@
 #include "UpdateScene.h"
 
+#include "BusyButton.h"
 #include "CustMessagebox.h"
 #include "Paths.h"
 #include "ReminderWidget.h"
@@ -163,6 +164,7 @@ QStringList UpdateScene::state(bool requests) const
     add(!stored("lastcheckret").toBool(), "unverified");
     add(!QFile::exists(Paths::packageFile()), "no package");
     add(label != "安装插件", label);
+    add(widget<BusyButton>("m_installPlugin")->isBusy(), "at work");
     add(!widget<QLabel>("m_newversion")->isHidden(), "badge");
     add(!widget<QProgressBar>("m_installprogressbar")->isHidden(), "bar");
     add(hasTimer(500), "flashing");

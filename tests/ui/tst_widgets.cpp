@@ -1,17 +1,16 @@
 #include "BaseWindow.h"
 #include "CustMessagebox.h"
 #include "CustTitlebar.h"
+#include "ElidedText.h"
 #include "FocusRing.h"
+#include "LinkLabel.h"
 #include "MaskForm.h"
-#include "ReminderWidget.h"
+#include "QPhoneLabel.h"
+#include "QrCode.h"
 #include "SwitchButton.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QMenu>
-#include <QTabWidget>
-#include <QTimer>
 #include <QtTest>
+#include <QtWidgets>
 
 Q_DECLARE_METATYPE(QDialogButtonBox::StandardButton)
 
@@ -36,6 +35,48 @@ int sliderLeft(SwitchButton &button)
         ++x;
     return x;
 }
+
+/// Role and name of all below \a node that can have the focus, as a screen reader has them.
+QStringList controls(QAccessibleInterface *node)
+{
+    QStringList all;
+    for (int i = 0; i < node->childCount(); ++i) {
+        QAccessibleInterface *child = node->child(i);
+        const auto *widget = qobject_cast<QWidget *>(child->object());
+        const auto role = QMetaEnum::fromType<QAccessible::Role>().valueToKey(child->role());
+        if (widget && widget->isVisible() && child->state().focusable && !widget->focusProxy())
+            all += QString("%1 %2").arg(role, child->text(QAccessible::Name));
+        all += controls(child);
+    }
+    return all;
+}
+
+/// A title bar in its window, the way BaseWindow puts it there.
+struct TitleScene {
+    explicit TitleScene(int buttonType)
+    {
+        window.setGeometry(100, 100, 900, 560);
+        bar->setButtonType(buttonType);
+        bar->setFixedWidth(900);
+        bar->resize(900, 48);
+        window.show();
+    }
+
+    /// A mouse event at \a pos of the bar for what is below \a from, with the cursor there.
+    void mouse(QEvent::Type type, const QPoint &from, const QPoint &pos, Qt::MouseButtons held)
+    {
+        const QPoint global = bar->mapToGlobal(pos);
+        QCursor::setPos(global);
+        // A button keeps what is pressed on it; whether the bar may start a drag there counts.
+        QWidget *below = bar->childAt(from);
+        QWidget *target = below && !qobject_cast<QPushButton *>(below) ? below : bar;
+        QMouseEvent event(type, target->mapFrom(bar, pos), global, Qt::LeftButton, held, {});
+        QCoreApplication::sendEvent(target, &event);
+    }
+
+    QMainWindow window;
+    CustTitlebar *bar = new CustTitlebar(&window);
+};
 } // namespace
 
 class tst_widgets : public QObject
@@ -43,41 +84,38 @@ class tst_widgets : public QObject
     Q_OBJECT
 private slots:
     void initTestCase() { Q_INIT_RESOURCE(brekka); }
-    void switchSlides();
-    void switchJumps();
+    void switchButton();
     void messageBox_data();
     void messageBox();
-    void toast();
+    void titleButtons();
+    void drag_data();
+    void drag();
+    void popup();
     void closing();
     void trayMenu();
-    void keyboardFocus();
+    void keyboard_data();
+    void keyboard();
+    void operation();
+    void contextMenus();
+    void longValues();
 };
 
-void tst_widgets::switchSlides()
+void tst_widgets::switchButton()
 {
     SwitchButton button;
     button.resize(50, 23);
     auto *timer = button.findChild<QTimer *>();
-    const struct {
-        bool on;
-        QVector<int> steps;
-    } ways[] = {{true, {0, 5, 10, 15, 20, 25, 30, 27}}, {false, {27, 22, 17, 12, 7, 2, -3, 0}}};
-    for (const auto &way : ways) {
+    const QVector<int> on{0, 5, 10, 15, 20, 25, 30, 27}, off{27, 22, 17, 12, 7, 2, -3, 0};
+    for (const auto &steps : {on, off}) {
         QTest::mouseClick(&button, Qt::RightButton);
         QCOMPARE(timer->interval(), 30);
-        for (int i = 0; i < way.steps.size(); ++i) {
-            QCOMPARE(sliderLeft(button), way.steps[i] + 4);
-            QCOMPARE(timer->isActive(), i + 1 < way.steps.size());
+        for (int i = 0; i < steps.size(); ++i) {
+            QCOMPARE(sliderLeft(button), steps[i] + 4);
+            QCOMPARE(timer->isActive(), i + 1 < steps.size());
             QVERIFY(QMetaObject::invokeMethod(&button, "updateValue"));
         }
-        QCOMPARE(button.isChecked(), way.on);
+        QCOMPARE(button.isChecked(), steps == on);
     }
-}
-
-void tst_widgets::switchJumps()
-{
-    SwitchButton button;
-    button.resize(50, 23);
     button.setAnimation(false);
     QSignalSpy changes(&button, &SwitchButton::statusChanged);
     button.setChecked(true);
@@ -104,7 +142,6 @@ void tst_widgets::messageBox_data()
 void tst_widgets::messageBox()
 {
     QFETCH(bool, question);
-    const QString end = QString::fromUtf8(QTest::currentDataTag());
     QFETCH(QDialogButtonBox::StandardButton, result);
     QWidget window;
     window.setGeometry(51, 60, 901, 561);
@@ -117,10 +154,9 @@ void tst_widgets::messageBox()
     QTimer poll;
     connect(&poll, &QTimer::timeout, &poll, [&] {
         auto *box = qobject_cast<QDialog *>(QApplication::activeModalWidget());
-        if (!box || seen)
+        if (!box || std::exchange(seen, true))
             return;
-        seen = true;
-        QTimer::singleShot(0, box, [=] { endWith(end, box); });
+        QTimer::singleShot(0, box, [=] { endWith(QTest::currentDataTag(), box); });
         QVERIFY(mask.isVisible());
         QCOMPARE(mask.geometry(), window.geometry());
         QCOMPARE(box->geometry(), QRect(51 + 263, 60 + 200, 374, 160));
@@ -135,29 +171,88 @@ void tst_widgets::messageBox()
     QVERIFY(!mask.isVisible());
 }
 
-void tst_widgets::toast()
+void tst_widgets::titleButtons()
 {
-    QWidget window;
-    window.setGeometry(50, 60, 900, 560);
-    window.show();
-    ReminderWidget::showReminder(&window);
-    ReminderWidget *toast = nullptr;
-    for (QWidget *widget : QApplication::topLevelWidgets()) {
-        if (auto *found = qobject_cast<ReminderWidget *>(widget))
-            toast = found;
+    const QStringList visible[] = {{"m_pButtonMin", "m_pButtonClose"},
+                                   {"m_pButtonMin", "m_pButtonMax", "m_pButtonClose"},
+                                   {"m_pButtonClose"}};
+    for (int type = 0; type < 3; ++type) {
+        const TitleScene scene(type);
+        QStringList found;
+        for (const auto *button : scene.bar->findChildren<QPushButton *>())
+            found += button->isVisible() ? button->objectName() : QString();
+        found.removeAll(QString());
+        QCOMPARE(found, visible[type]);
     }
-    if (!toast)
-        QFAIL("no toast");
-    QVERIFY(toast->isVisible());
-    QCOMPARE(toast->geometry(), QRect(50 + 371, 60 + 249, 158, 61));
-    auto *timer = toast->findChild<QTimer *>();
-    QVERIFY(timer->isActive() && timer->isSingleShot());
-    QCOMPARE(timer->interval(), 1000);
-    QVERIFY(qAbs(toast->windowOpacity() - 0.6) < 0.01);
-    QTRY_VERIFY_WITH_TIMEOUT(toast->windowOpacity() < 0.5, 30000);
-    QVERIFY(!timer->isActive());
-    QTRY_VERIFY_WITH_TIMEOUT(!toast->isVisible(), 30000);
-    delete toast;
+}
+
+void tst_widgets::drag_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("start"); // a widget to press on, or the bar itself
+    QTest::addColumn<bool>("maximised");
+    QTest::addColumn<bool>("moves");
+    QTest::newRow("bar") << 0 << "" << false << true;
+    QTest::newRow("download text") << 0 << "m_phonetext" << false << true;
+    QTest::newRow("close button") << 0 << "m_pButtonClose" << false << false;
+    QTest::newRow("maximisable") << 1 << "" << false << true;
+    QTest::newRow("maximisable, on the button") << 1 << "m_pButtonClose" << false << true;
+    QTest::newRow("maximised") << 1 << "" << true << false;
+    QTest::newRow("close only, on the button") << 2 << "m_pButtonClose" << false << false;
+}
+
+void tst_widgets::drag()
+{
+    QFETCH(int, type);
+    QFETCH(QString, start);
+    QFETCH(bool, maximised);
+    QFETCH(bool, moves);
+    TitleScene scene(type);
+    if (maximised)
+        QTest::mouseClick(scene.bar->findChild<QPushButton *>("m_pButtonMax"), Qt::LeftButton);
+    const auto *widget = start.isEmpty() ? nullptr : scene.bar->findChild<QWidget *>(start);
+    const QPoint from =
+        widget ? widget->mapTo(scene.bar, widget->rect().center()) : QPoint(300, 20);
+    const QPoint before = scene.window.pos();
+
+    scene.mouse(QEvent::MouseButtonPress, from, from, Qt::LeftButton);
+    scene.mouse(QEvent::MouseMove, from, from + QPoint(30, 20), Qt::LeftButton);
+    // In the window as it lies now.
+    scene.mouse(QEvent::MouseMove, from, from + QPoint(10, 5), Qt::LeftButton);
+    const QPoint after = scene.window.pos();
+    QCOMPARE(after - before, moves ? QPoint(40, 25) : QPoint());
+    scene.mouse(QEvent::MouseButtonRelease, from, from, Qt::NoButton);
+    scene.mouse(QEvent::MouseMove, from, from + QPoint(50, 50), Qt::LeftButton);
+    QCOMPARE(scene.window.pos(), after);
+}
+
+// Where it opens, that it is the same each time, and that a phone can read it.
+void tst_widgets::popup()
+{
+    TitleScene scene(0);
+    auto *label = scene.bar->findChild<QPhoneLabel *>();
+    QEvent enter(QEvent::Enter), leave(QEvent::Leave);
+    QVERIFY(!scene.window.findChild<QrCode *>());
+    for (int factor = 1; factor <= 2; ++factor) {
+        QCoreApplication::sendEvent(label, &enter);
+        const auto popups = scene.window.findChildren<QrCode *>();
+        QCOMPARE(popups.size(), 1);
+        QVERIFY(popups[0]->isVisible());
+        QCOMPARE(popups[0]->geometry(), QRect(label->pos() + QPoint(-50, 38), QSize(180, 210)));
+        QPixmap shot(popups[0]->size() * factor);
+        shot.setDevicePixelRatio(factor);
+        popups[0]->render(&shot);
+        QCoreApplication::sendEvent(label, &leave);
+        QVERIFY(!popups[0]->isVisible());
+        if (QSysInfo::kernelType() == "winnt")
+            continue; // the reader of such codes is a Linux program
+        const QTemporaryDir dir;
+        QVERIFY(shot.save(dir.filePath("popup.png")));
+        QProcess reader;
+        reader.start("zbarimg", {"--quiet", "--raw", dir.filePath("popup.png")});
+        QVERIFY(reader.waitForFinished());
+        QCOMPARE(reader.readAll().trimmed(), QByteArray("https://www.brekka.example/app"));
+    }
 }
 
 void tst_widgets::closing()
@@ -186,11 +281,6 @@ void tst_widgets::trayMenu()
     window.show();
     QSignalSpy switched(&window, &BaseWindow::SwitchAutoStartUp);
     auto *menu = window.findChild<QSystemTrayIcon *>()->contextMenu();
-    QStringList texts;
-    for (const QAction *action : menu->actions())
-        texts += action->isSeparator() ? "-" : action->text();
-    QCOMPARE(texts, (QStringList{"显示主界面", "-", "&自动启动", "-", "&退出"}));
-
     QAction *autoStart = menu->actions().at(2);
     for (const bool state : {false, true}) {
         QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(300, 20));
@@ -199,7 +289,12 @@ void tst_widgets::trayMenu()
         // What the tray does itself.
         if (!menu->isVisible())
             menu->popup(QPoint(300, 20));
-        QVERIFY(menu->isVisible());
+        auto *spoken = QAccessible::queryAccessibleInterface(menu);
+        QStringList names;
+        for (int i = 0; i < spoken->childCount(); ++i)
+            names += spoken->child(i)->text(QAccessible::Name);
+        QCOMPARE(names, (QStringList{"显示主界面", "", "自动启动", "", "退出"}));
+        QVERIFY(spoken->child(2)->state().checkable);
         QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(autoStart).center());
         QCOMPARE(autoStart->isChecked(), state);
     }
@@ -207,24 +302,126 @@ void tst_widgets::trayMenu()
     QCOMPARE(switched, (QList<QVariantList>{{false}, {true}}));
 }
 
-// Every control of the first page is reached, and the ring is around the one that has the focus.
-void tst_widgets::keyboardFocus()
+// What a screen reader finds is what the keyboard reaches, with the ring around it.
+void tst_widgets::keyboard_data()
+{
+    QTest::addColumn<QString>("expected");
+    const QString bar = "StaticText 下载BrekkaAPP,Button 最小化,Button 关闭";
+    QTest::newRow("first page") << "EditableText 游戏路径,Button 浏览,Button 自动搜索,Button "
+                                   "安装插件,CheckBox 录像上传,PageTabList 插件列表," +
+                                       bar;
+    QTest::newRow("help page") << "Link 隐私,Link 隐私,Client 使用帮助,PageTabList 使用帮助," + bar;
+    QTest::newRow("box") << "Button 关闭,Link 隐私,Button 是,Button 否";
+}
+
+void tst_widgets::keyboard()
+{
+    QFETCH(QString, expected);
+    BaseWindow window;
+    const QString link = "<a href=\"a#/b\">隐私</a>";
+    CustMessagebox box(&window, {}, link, QDialogButtonBox::Yes | QDialogButtonBox::No, {});
+    const bool isBox = !expected.contains("PageTabList");
+    QWidget *area = isBox ? static_cast<QWidget *>(&box) : &window;
+    window.findChild<QTabWidget *>("m_tab")->setCurrentIndex(expected.contains("Link"));
+    for (auto *label : area->findChildren<LinkLabel *>()) {
+        label->setText(link);
+        label->setOpenExternalLinks(false);
+    }
+    area->show();
+    QVERIFY(QTest::qWaitForWindowActive(area));
+    QCOMPARE(controls(QAccessible::queryAccessibleInterface(area)).join(','), expected);
+
+    const auto *ring = area->findChild<FocusRing *>();
+    QSet<QWidget *> reached;
+    for (int i = 0; i <= expected.count(',') + 1; ++i) {
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QWidget *focused = QApplication::focusWidget();
+        reached += focused;
+        QCOMPARE(ring->isVisible(), !qobject_cast<QLineEdit *>(focused));
+        const QRect around(ring->mapTo(area, QPoint()), ring->size());
+        QVERIFY(!ring->isVisible() ||
+                around.intersects(focused->rect().translated(focused->mapTo(area, QPoint()))));
+        QVERIFY(ring->parentWidget()->rect().contains(ring->geometry()));
+    }
+    QCOMPARE(reached.size(), expected.count(',') + 1);
+    QTest::mouseClick(area, Qt::LeftButton, {}, QPoint(20, 100));
+    QVERIFY(!ring->isVisible());
+}
+
+// What assistive programs and the Enter key do with what is our own.
+void tst_widgets::operation()
+{
+    BaseWindow window;
+    auto *button = window.findChild<SwitchButton *>();
+    auto *link = window.findChild<LinkLabel *>();
+    link->setText("<a href=\"a#/b\">隐私</a>");
+    link->setOpenExternalLinks(false);
+    QSignalSpy flips(button, &SwitchButton::statusChanged), opened(link, &QLabel::linkActivated);
+    QAccessible::queryAccessibleInterface(button)->actionInterface()->doAction("Toggle");
+    QAccessible::queryAccessibleInterface(link)->actionInterface()->doAction("Press");
+    QTest::keyClick(link, Qt::Key_Return);
+    QVERIFY(QAccessible::queryAccessibleInterface(button)->state().checked);
+    QCOMPARE(flips.size(), 1);
+    QCOMPARE(opened, (QList<QVariantList>{{"a#/b"}, {"a#/b"}}));
+}
+
+// The path's menu is ours, and Qt's own appear nowhere.
+void tst_widgets::contextMenus()
 {
     BaseWindow window;
     window.show();
-    QVERIFY(QTest::qWaitForWindowActive(&window));
-    auto *ring = window.findChild<FocusRing *>();
-    QSet<QString> reached;
-    for (int i = 0; i < 12; ++i) {
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        const QWidget *focused = QApplication::focusWidget();
-        if (!ring->isVisible())
-            continue;
-        reached += focused->objectName();
-        QCOMPARE(ring->geometry().center(), focused->mapTo(&window, focused->rect().center()));
+    auto *path = window.findChild<QLineEdit *>("m_GamePath");
+    path->setText(QDir::rootPath());
+    QStringList menus;
+    QTimer poll; // Qt's own keep whoever opens them
+    connect(&poll, &QTimer::timeout, this, [&menus] {
+        QWidget *menu = QApplication::activePopupWidget();
+        for (QAction *action : menu ? menu->actions() : QList<QAction *>())
+            menus += action->text();
+        if (menu && menus.size() == 2)
+            menu->actions()[0]->trigger();
+        if (menu)
+            menu->close();
+    });
+    poll.start(20);
+    const auto links = window.findChildren<LinkLabel *>();
+    QWidget *bar = window.findChild<QScrollArea *>()->verticalScrollBar();
+    for (QWidget *widget : QWidgetList{path, links[0], links[1], bar}) {
+        QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(5, 5), QPoint(5, 5));
+        QCoreApplication::sendEvent(widget, &event);
+        QTRY_VERIFY_WITH_TIMEOUT(!QApplication::activePopupWidget(), 30000);
     }
-    QCOMPARE(reached, (QSet<QString>{"m_browsergame", "m_autofind", "m_installPlugin",
-                                     "m_uploadreplayopen", "m_pButtonMin", "m_pButtonClose"}));
+    QCOMPARE(menus, (QStringList{"复制", "打开文件夹"}));
+    QCOMPARE(QGuiApplication::clipboard()->text(), path->text());
+}
+
+// Long values leave the captions whole and end in "…"; their tool tips have all of them.
+void tst_widgets::longValues()
+{
+    BaseWindow window;
+    window.show();
+    const QString text = QString("<b>X ").repeated(50).trimmed();
+    for (const char *name : {"m_pluginver", "m_updatedate", "m_GamePath", "m_version"}) {
+        window.findChild<QTabWidget *>("m_tab")->setCurrentIndex(qstrcmp(name, "m_version") == 0);
+        auto *place = window.findChild<QWidget *>(name);
+        place->setProperty("text", text);
+        QCoreApplication::sendPostedEvents(); // to the layout
+        QHelpEvent help(QEvent::ToolTip, {}, {});
+        QCoreApplication::sendEvent(place, &help);
+        QCOMPARE(QTextDocumentFragment::fromHtml(place->toolTip()).toPlainText(), text);
+        const QImage shown = place->grab().toImage();
+        const int margin = qobject_cast<QLineEdit *>(place) ? 10 : 0;
+        place->setProperty(
+            "text", ElidedText::fit(text, place->fontMetrics(), place->width() - 2 * margin));
+        QVERIFY(place->property("text").toString().contains("…"));
+        QCOMPARE(shown, place->grab().toImage());
+        place->setProperty("text", text);
+    }
+    for (const char *caption : {"label_9", "label_4", "label_5", "label_6"}) {
+        const auto *label = window.findChild<QLabel *>(caption);
+        QVERIFY(label->width() >= label->sizeHint().width());
+        QVERIFY(label->parentWidget()->rect().contains(label->geometry()));
+    }
 }
 
 QTEST_MAIN(tst_widgets)
