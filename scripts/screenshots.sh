@@ -14,7 +14,7 @@ log=$root/build/screenshots.log
 patience=30 # seconds for any one step
 
 # The desktop. Its size is a whole number of millimetres at 96 dots per inch; with any other the
-# toolkit would find a scale factor of its own.
+# Qt would find a scale factor of its own.
 start_desktop() {
     exec {ready}<> <(:)
     Xvfb -displayfd "$ready" -screen 0 1920x1440x24 -dpi 96 -nolisten tcp -noreset &>/dev/null &
@@ -24,13 +24,23 @@ start_desktop() {
     hsetroot -solid '#a9b1c6' &>/dev/null
     openbox &>/dev/null &
     started+=($!)
-    # Without it neither the dimmed window nor the toast would be see-through.
-    picom --config /dev/null --backend xrender &>/dev/null &
-    started+=($!)
+    start_compositor
     trayer --edge bottom --align right --widthtype request --height 32 &>/dev/null &
     started+=($!)
     await 'a window manager' xdotool get_desktop
     await 'a tray' xdotool search --name '^panel$'
+}
+
+# Without one neither the dimmed window nor the toast would be see-through.
+start_compositor() {
+    picom --config /dev/null --backend xrender &>/dev/null &
+    compositor=$!
+    started+=("$compositor")
+}
+
+stop_compositor() {
+    kill "$compositor"
+    wait "$compositor" 2>/dev/null || true
 }
 
 # await WHAT COMMAND... : returns when the command succeeds.
@@ -78,12 +88,18 @@ scaled() {
 point() {
     xdotool mousemove $((left + $(scaled "$1"))) $((top + $(scaled "$2")))
 }
+# click X Y [BUTTON]
 click() {
     point "$1" "$2"
     sleep 0.1
-    xdotool click 1
+    xdotool click "${3:-1}"
 }
 nowhere() { point 450 500; }
+
+# tab COUNT : moves the focus on by the keyboard.
+tab() {
+    xdotool key --repeat "$1" --delay 60 Tab
+}
 
 # picture NAME [GEOMETRY] : takes one of the window, or of a part of the desktop.
 picture() {
@@ -150,29 +166,51 @@ prepare() {
 show_first_steps() {
     start_brekka
     await_line 'gamefind ret:'
-    sleep 0.5 # the message box
-    xdotool key Escape
     nowhere
+    picture not-found
+    xdotool key Tab
+    picture focus-box
+    xdotool key Escape
     picture first-page-empty
+    tab 1
+    picture focus-tab
+    tab 4
+    picture focus-button
+    tab 2
+    picture focus-qr-code
+    tab 1
+    picture focus-title-bar
     point 740 24
     picture qr-code
     click 190 85
     nowhere
     picture help-page
+    tab 3
+    picture focus-link
+    click 684 210
     click 90 85
+    click 684 208
+    await 'the file dialog' xdotool search --onlyvisible --name '^打开游戏安装目录$'
+    picture file-dialog
+    xdotool key Escape
     register_game
     click 790 208
     await_line 'gamefind ret:'
     nowhere
     picture found-game
     xdotool key Return
-    await_line 'currnt progress:'
-    await_line 'currnt progress:'
+    await_line 'currnt progress: 5'
+    point 684 316
     picture download
     await_line 'plugin local files match'
     picture toast
     sleep 1.5
+    nowhere
     picture first-page-installed
+    click 300 208 3
+    picture path-menu
+    xdotool key Escape
+    show_tray_menu tray-menu
     stop_brekka
 }
 
@@ -190,15 +228,43 @@ show_failure() {
     nowhere
     picture failed
     xdotool key Return
-    show_tray_menu
     stop_brekka
 }
 
+# A folder and versions that are longer than their places.
+show_long_values() {
+    local long=$stage/drive_c/Games/很长的文件夹名称$(printf '/Tanks %s' {1..15})/China
+    mkdir -p "$long"
+    : >"$long/WorldOfTanks.exe"
+    write_settings "$app/brekka.ini" "$long" 0
+    sed -i "/^interval/a pver=1.3.0-rc.2+build.20260314.nightly\nPluginSupportGameVersion=1.24.0.0-hotfix.17" \
+        "$app/brekka.ini"
+    start_brekka
+    nowhere
+    picture long-values
+    point 300 208
+    sleep 1
+    picture long-path-tip
+    stop_brekka
+}
+
+# The question of the first start, where the desktop has no compositing manager.
+show_uncomposited() {
+    stop_compositor
+    write_settings "$app/brekka.ini" '' 300
+    start_brekka
+    await_line 'gamefind ret:'
+    nowhere
+    picture uncomposited
+    stop_brekka
+}
+
+# show_tray_menu NAME
 show_tray_menu() {
     eval "$(xdotool search --name '^panel$' getwindowgeometry --shell)"
     xdotool mousemove $((X + WIDTH / 2)) $((Y + HEIGHT / 2)) click 3
     X=$(scaled 300) Y=$(scaled 200)
-    picture tray-menu "${X}x$Y+$((1920 - X))+$((1440 - Y))"
+    picture "$1" "${X}x$Y+$((1920 - X))+$((1440 - Y))"
     xdotool key Escape
 }
 
@@ -209,3 +275,5 @@ prepare
 start_desktop
 show_first_steps
 show_failure
+show_long_values
+show_uncomposited

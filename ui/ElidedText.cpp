@@ -15,7 +15,11 @@ bool fits(const QString &text, const QFontMetrics &metrics, int width)
 QString ElidedText::fit(const QString &text, const QFontMetrics &metrics, int width)
 {
     const QString line = text.simplified();
-    return fits(line, metrics, width) ? line : metrics.elidedText(line, Qt::ElideMiddle, width);
+    QString shown = line;
+    // Some fonts draw "…" wider between other characters than it is by itself, which Qt adds up.
+    for (int room = width; room > 0 && !fits(shown, metrics, width); --room)
+        shown = metrics.elidedText(line, Qt::ElideMiddle, room);
+    return shown;
 }
 
 void ElidedText::updateToolTip(QWidget *place, const QString &text, int width)
