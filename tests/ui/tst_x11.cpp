@@ -12,6 +12,8 @@
 
 namespace
 {
+constexpr int Patience = 30000; // milliseconds
+
 /// The address of an X server of our own, which ends with its last client.
 QByteArray startServer()
 {
@@ -29,6 +31,12 @@ QByteArray xprop(const QStringList &arguments)
     process.start("xprop", arguments);
     process.waitForFinished();
     return process.readAll();
+}
+bool activate(QWidget &window)
+{
+    window.show();
+    window.activateWindow();
+    return QTest::qWaitForWindowActive(&window, Patience);
 }
 } // namespace
 
@@ -50,15 +58,14 @@ void tst_x11::initTestCase()
 {
     Q_INIT_RESOURCE(brekka);
     m_manager.start("openbox", QStringList());
-    QTRY_VERIFY_WITH_TIMEOUT(xprop({"-root", "_NET_SUPPORTING_WM_CHECK"}).contains("0x"), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(xprop({"-root", "_NET_CLIENT_LIST"}).contains('#'), Patience);
 }
 
 // It fades where everybody sees it, leaves the keyboard where it is, and is no task.
 void tst_x11::toast()
 {
     QLineEdit window;
-    window.show();
-    QVERIFY(QTest::qWaitForWindowActive(&window));
+    QVERIFY(activate(window));
     ReminderWidget::showReminder(&window);
     QPointer<QWidget> toast;
     for (QWidget *widget : QApplication::topLevelWidgets()) {
@@ -77,7 +84,7 @@ void tst_x11::toast()
     QTimer poll;
     connect(&poll, &QTimer::timeout, &loop, [&] { toast->isVisible() ? void() : loop.quit(); });
     poll.start(50);
-    QTimer::singleShot(30000, &loop, &QEventLoop::quit);
+    QTimer::singleShot(Patience, &loop, &QEventLoop::quit);
     loop.exec();
     QVERIFY(!toast->isVisible());
     QCOMPARE(QApplication::activeWindow(), &window);
@@ -97,8 +104,7 @@ void tst_x11::dimming()
     mask.setMainWidget(&window);
     mask.setDialog(&dialog);
     window.setGeometry(100, 100, 300, 200);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowActive(&window));
+    QVERIFY(activate(window));
     dialog.move(600, 600);
     dialog.show();
     for (const QColor &color : {QColor(250, 100, 0), QColor(0, 200, 50)}) {
@@ -107,7 +113,7 @@ void tst_x11::dimming()
             return window.screen()->grabWindow(0, 250, 200, 1, 1).toImage().pixel(0, 0);
         };
         const QRgb dimmed = qRgb(color.red() * 2 / 5, color.green() * 2 / 5, color.blue() * 2 / 5);
-        QTRY_COMPARE_WITH_TIMEOUT(onScreen(), dimmed, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(onScreen(), dimmed, Patience);
     }
 }
 
