@@ -52,8 +52,8 @@ void tst_Zip::unpacks_data()
     row("three, nested, Chinese, large",
         {{"x/b/c/d", "1"}, {"mods/模型.pyc", "2"}, {"z", QByteArray(3 << 20, 'z')}}, {33, 66, 100});
     QTest::newRow("folders that look like files")
-        << Files::zip({{"b", {}}, {"b/c/d", "1"}, {"mods/", {}}, {"mods/e", "2"}})
-        << Files::Tree{{"b/c/d", "1"}, {"mods/e", "2"}} << QList<int>{25, 50, 75, 100};
+        << Files::zip({{"b", {}}, {"b/c/d", "1"}, {"mods/", {}}, {"mods/e", "2"}, {"none/", {}}})
+        << Files::Tree{{"b/c/d", "1"}, {"mods/e", "2"}} << QList<int>{20, 40, 60, 80, 100};
     const QByteArray link = "\xa1"; // upper byte of a symbolic link's mode
     QTest::newRow("a link that climbs is skipped")
         << claiming(Files::zip({{"a", "1"}, {"b/../../evil", "/"}}), 1, Mode, link)
@@ -119,6 +119,7 @@ void tst_Zip::refuses_data()
     const QByteArray shorter = claiming(good, 1, Size, QByteArray("\1\0\0\0", 4));
     row("too small, with its checksum", claiming(shorter, 1, Crc, "\xf9\xef\xbe\x71"),
         firstWritten);
+    second("another checksum", Crc, "\1\2\3\4");
     second("too large", Size, QByteArray("\0\x20\0\0", 4));
     second("enormous", Size, "\xf0\xff\xff\x7f");
     second("packed beyond the end", PackedSize, "\xf0\xff\xff\xff");
