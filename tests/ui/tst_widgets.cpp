@@ -323,10 +323,8 @@ void tst_widgets::keyboard()
     const bool isBox = !expected.contains("PageTabList");
     QWidget *area = isBox ? static_cast<QWidget *>(&box) : &window;
     window.findChild<QTabWidget *>("m_tab")->setCurrentIndex(expected.contains("Link"));
-    for (auto *label : area->findChildren<LinkLabel *>()) {
+    for (auto *label : window.findChildren<LinkLabel *>())
         label->setText(link);
-        label->setOpenExternalLinks(false);
-    }
     area->show();
     QVERIFY(QTest::qWaitForWindowActive(area));
     QCOMPARE(controls(QAccessible::queryAccessibleInterface(area)).join(','), expected);
@@ -370,28 +368,27 @@ void tst_widgets::contextMenus()
 {
     BaseWindow window;
     window.show();
-    auto *path = window.findChild<QLineEdit *>("m_GamePath");
-    path->setText(QDir::rootPath());
-    QStringList menus;
-    QTimer poll; // Qt's own keep whoever opens them
-    connect(&poll, &QTimer::timeout, this, [&menus] {
-        QWidget *menu = QApplication::activePopupWidget();
-        for (QAction *action : menu ? menu->actions() : QList<QAction *>())
-            menus += action->text();
-        if (menu && menus.size() == 2)
-            menu->actions()[0]->trigger();
-        if (menu)
+    QTimer closing; // Qt's own menus keep whoever opens them
+    connect(&closing, &QTimer::timeout, this, [] {
+        if (QWidget *menu = QApplication::activePopupWidget())
             menu->close();
     });
-    poll.start(20);
-    const auto links = window.findChildren<LinkLabel *>();
-    QWidget *bar = window.findChild<QScrollArea *>()->verticalScrollBar();
-    for (QWidget *widget : QWidgetList{path, links[0], links[1], bar}) {
-        QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(5, 5), QPoint(5, 5));
+    closing.start(20);
+    QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(5, 5), QPoint(5, 5));
+    QWidgetList others{window.findChild<QScrollArea *>()->verticalScrollBar()};
+    for (auto *link : window.findChildren<LinkLabel *>())
+        others += link;
+    for (QWidget *widget : qAsConst(others)) {
         QCoreApplication::sendEvent(widget, &event);
-        QTRY_VERIFY_WITH_TIMEOUT(!QApplication::activePopupWidget(), 30000);
+        QVERIFY(!event.isAccepted());
     }
-    QCOMPARE(menus, (QStringList{"复制", "打开文件夹"}));
+    auto *path = window.findChild<QLineEdit *>("m_GamePath");
+    path->setText(QDir::rootPath());
+    QCoreApplication::sendEvent(path, &event);
+    const QList<QAction *> actions = QApplication::activePopupWidget()->actions();
+    QCOMPARE(actions.size(), 2);
+    QCOMPARE(actions[0]->text() + actions[1]->text(), "复制打开文件夹");
+    actions[0]->trigger();
     QCOMPARE(QGuiApplication::clipboard()->text(), path->text());
 }
 

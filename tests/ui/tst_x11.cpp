@@ -1,12 +1,8 @@
 #include "MaskForm.h"
 #include "ReminderWidget.h"
 
-#include <QApplication>
-#include <QDialog>
-#include <QLineEdit>
-#include <QProcess>
-#include <QScreen>
 #include <QtTest>
+#include <QtWidgets>
 
 #include <cstdio>
 
@@ -32,6 +28,7 @@ QByteArray xprop(const QStringList &arguments)
     process.waitForFinished();
     return process.readAll();
 }
+
 bool activate(QWidget &window)
 {
     window.show();
@@ -90,8 +87,8 @@ void tst_x11::toast()
     QCOMPARE(QApplication::activeWindow(), &window);
     spy.kill();
     spy.waitForFinished();
-    const QList<QByteArray> opacities = spy.readAll().split('\n');
-    QVERIFY(QSet<QByteArray>(opacities.begin(), opacities.end()).size() > 5);
+    QStringList opacities = QString(spy.readAll()).split('\n');
+    QVERIFY(opacities.removeDuplicates() >= 0 && opacities.size() > 5);
     delete toast;
 }
 
