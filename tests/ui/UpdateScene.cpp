@@ -211,7 +211,8 @@ bool UpdateScene::eventFilter(QObject *object, QEvent *event)
     if (qobject_cast<const CustMessagebox *>(widget)) {
         shown += "box " + widget->findChild<QLabel *>()->text();
     } else if (qobject_cast<const ReminderWidget *>(widget)) {
-        shown += "toast " + widget->findChild<QLabel *>()->text();
+        const bool atWork = this->widget<BusyButton>("m_installPlugin")->isBusy();
+        shown += (atWork ? "toast " : "unasked toast ") + widget->findChild<QLabel *>()->text();
     }
     return false;
 }

@@ -1,4 +1,5 @@
 #include "BaseWindow.h"
+#include "BusyButton.h"
 #include "CustMessagebox.h"
 #include "CustTitlebar.h"
 #include "ElidedText.h"
@@ -361,6 +362,15 @@ void tst_widgets::operation()
     QVERIFY(QAccessible::queryAccessibleInterface(button)->state().checked);
     QCOMPARE(flips.size(), 1);
     QCOMPARE(opened, (QList<QVariantList>{{"a#/b"}, {"a#/b"}}));
+    auto *install = window.findChild<BusyButton *>();
+    QSignalSpy clicks(install, &QPushButton::clicked);
+    for (const bool busy : {true, false}) {
+        install->setBusy(busy);
+        QTest::mouseClick(install, Qt::LeftButton);
+        QTest::keyClick(install, Qt::Key_Space);
+        QCOMPARE(clicks.size(), busy ? 0 : 2);
+        QCOMPARE(install->cursor().shape(), busy ? Qt::WaitCursor : Qt::ArrowCursor);
+    }
 }
 
 // The path's menu is ours, and Qt's own appear nowhere.
