@@ -47,7 +47,6 @@ bool PluginFolder::scan()
         return false;
     if (m_files.isEmpty())
         return fail(QStringLiteral("no files in %1").arg(m_path));
-    m_files.sort();
     return true;
 }
 

@@ -20,7 +20,7 @@ public:
     /// Empty folders are passed over: an installed plugin is described by its files alone.
     bool scan();
 
-    /// The files in ascending order, relative to the folder, with forward slashes.
+    /// The files relative to the folder, with forward slashes, each folder's in the order of names.
     QStringList files() const { return m_files; }
     /// What was left out, in the same way; of a folder only itself.
     QStringList leftOut() const { return m_leftOut; }

@@ -169,9 +169,8 @@ bool Publisher::checkRemoved(const UpdateManifest &manifest)
     const PluginFileList before =
         m_folder.history().constLast().manifest.files.value_or(PluginFileList());
     for (auto file = before.begin(); file != before.end(); ++file) {
-        QString name = file.key();
-        if (!manifest.files->contains(name.replace(QLatin1Char('\\'), QLatin1Char('/'))))
-            removed += name;
+        if (!manifest.files->contains(file.key()))
+            removed += file.key();
     }
     if (removed.isEmpty())
         return true;

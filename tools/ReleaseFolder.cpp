@@ -204,13 +204,13 @@ QStringList ReleaseFolder::prune(int count)
     for (int i = 0; i < m_history.size(); ++i) {
         const bool isLast = i == m_history.size() - 1;
         if (i >= m_history.size() - count || isLast || m_history[i + 1].since > yesterday)
-            kept += packagePath(m_history[i].manifest);
+            kept += m_history[i].manifest.packageMd5.value_or(QString());
     }
     QStringList removed;
     const QRegularExpression ours(QStringLiteral("^[0-9a-f]{32}\\.zip$"));
     const QFileInfoList packages = QDir(packagesPath()).entryInfoList(QDir::Files);
     for (const QFileInfo &package : packages) {
-        if (ours.match(package.fileName()).hasMatch() && !kept.contains(package.filePath()) &&
+        if (ours.match(package.fileName()).hasMatch() && !kept.contains(package.baseName()) &&
             package.lastModified() < yesterday && QFile::remove(package.filePath()))
             removed += package.fileName();
     }

@@ -61,7 +61,7 @@ bool ZipWriter::add(const QString &name, QIODevice &source, QString *md5)
     if (end > MaxArchiveSize)
         return fail(QStringLiteral("the package does not stay below 2 GiB"));
     if (!m_archive.seek(entry.offset) || !write(header(entry, false)) || !m_archive.seek(end))
-        return fail(m_archive.errorString());
+        return failToWrite();
     entry.md5 = hash.result();
     *md5 = QString::fromLatin1(entry.md5.toHex());
     m_entries += entry;
@@ -106,31 +106,30 @@ bool ZipWriter::pack(QIODevice &source, Entry &entry, QCryptographicHash &hash)
 
 bool ZipWriter::finish()
 {
-    const qint64 begin = m_archive.pos();
-    for (const Entry &entry : qAsConst(m_entries)) {
-        if (!write(header(entry, true)))
-            return false;
-    }
+    m_directoryOffset = m_archive.pos();
+    for (const Entry &entry : qAsConst(m_entries))
+        m_directory += header(entry, true);
     QByteArray end;
     QDataStream stream(&end, QIODevice::WriteOnly);
     stream.setByteOrder(QDataStream::LittleEndian);
     const auto count = quint16(m_entries.size());
     stream << quint32(0x06054b50) << quint16(0) << quint16(0) << count << count
-           << quint32(m_archive.pos() - begin) << quint32(begin) << quint16(0);
-    if (!write(end) || !m_archive.flush())
-        return fail(m_archive.errorString());
-    if (m_archive.size() > MaxArchiveSize)
+           << quint32(m_directory.size()) << quint32(m_directoryOffset) << quint16(0);
+    m_directory += end;
+    if (m_directoryOffset + m_directory.size() > MaxArchiveSize)
         return fail(QStringLiteral("the package does not stay below 2 GiB"));
-    return true;
+    return write(m_directory) && (m_archive.flush() || failToWrite());
 }
 
 bool ZipWriter::readBack()
 {
-    return std::all_of(m_entries.cbegin(), m_entries.cend(), [this](const Entry &entry) {
+    const auto isWhole = [this](const Entry &entry) {
         QCryptographicHash hash(QCryptographicHash::Md5);
-        return (unpack(entry, hash) && hash.result() == entry.md5) ||
-               fail(QStringLiteral("the package does not hold what was put into it"));
-    });
+        return unpack(entry, hash) && hash.result() == entry.md5;
+    };
+    return (std::all_of(m_entries.cbegin(), m_entries.cend(), isWhole) &&
+            m_archive.seek(m_directoryOffset) && m_archive.readAll() == m_directory) ||
+           fail(QStringLiteral("the package does not hold what was put into it"));
 }
 
 bool ZipWriter::unpack(const Entry &entry, QCryptographicHash &hash)
@@ -178,8 +177,12 @@ QByteArray ZipWriter::header(const Entry &entry, bool isCentral)
 
 bool ZipWriter::write(const QByteArray &bytes)
 {
-    return m_archive.write(bytes) == bytes.size() ||
-           fail(QStringLiteral("cannot write to %1: %2")
+    return m_archive.write(bytes) == bytes.size() || failToWrite();
+}
+
+bool ZipWriter::failToWrite()
+{
+    return fail(QStringLiteral("cannot write to %1: %2")
                     .arg(m_archive.fileName(), m_archive.errorString()));
 }
 

@@ -26,7 +26,7 @@ public:
     bool add(const QString &name, QIODevice &source, QString *md5);
     /// Completes the archive.
     bool finish();
-    /// Unpacks every file anew and compares it with what was packed.
+    /// Unpacks every file anew and compares it with what was packed, and so the list of files.
     bool readBack();
 
     QString errorString() const { return m_error; }
@@ -43,11 +43,14 @@ private:
     bool pack(QIODevice &source, Entry &entry, QCryptographicHash &hash);
     bool unpack(const Entry &entry, QCryptographicHash &hash);
     bool write(const QByteArray &bytes);
+    bool failToWrite();
     bool fail(const QString &text);
     static QByteArray header(const Entry &entry, bool isCentral);
 
     QFileDevice &m_archive;
     std::unique_ptr<z_stream_s> m_deflate;
     QVector<Entry> m_entries;
+    QByteArray m_directory; ///< what stands after the files
+    qint64 m_directoryOffset = 0;
     QString m_error;
 };

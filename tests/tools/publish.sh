@@ -70,6 +70,8 @@ story_whole() {
     mkdir unpacked
     unzip -q "out/packages/$(md5).zip" -d unpacked
     [ "$(find unpacked -type f | wc -l)" = 6 ]
+    # Names are marked as UTF-8, for readers that would take them for the system's.
+    [ "$(head -c 8 "out/packages/$(md5).zip" | tail -c 2 | od -An -tx1)" = ' 00 08' ]
     (cd unpacked && md5sum --quiet -c ../list)
 }
 
@@ -152,7 +154,7 @@ story_rolled_back() {
     [ $(grep -c "$old" a) = 2 ]
     grep '^3 .*(offered)$' a
     no grep '^2 .*(offered)$' a
-    o --rollback "$old" --base-url http://moved
+    o --rollback "$(echo "$old" | tr a-f A-F)" --base-url http://moved
     grep "http://moved/packages/$old" out/cms/*
     p --plugin-version 2
     no [ $(md5) = "$old" ]
@@ -186,6 +188,8 @@ story_paused() {
     o --list | grep paused
     p
     [ $(md5) = "$old" ]
+    sed -i '/errno/s/0/1/' out/cms/upgrade
+    o --list | grep paused
 }
 
 story_told_apart_by_time() {
@@ -233,8 +237,8 @@ story_kept() {
     touch out/packages/other.zip
     touch -d '-2 days' out/packages/* out/history/*
     echo 5 >plugin/good
-    p --keep 2
-    [ $(ls out/packages | wc -l) = 3 ]
+    p --keep 3
+    [ $(ls out/packages | wc -l) = 4 ]
     o --list | grep "$old.*removed"
     no o --rollback "$old"
 }
@@ -245,12 +249,16 @@ story_kept_for_a_day() {
     touch -d '-2 days' out/packages/*
     p --plugin-version 2 --keep 1
     [ $(ls out/packages | wc -l) = 3 ]
+    touch out/packages/*
+    touch -d '-2 days' out/history/*
+    p --plugin-version 3 --keep 1
+    [ $(ls out/packages | wc -l) = 3 ]
 }
 
 story_left_out() {
     mkdir -p plugin/.git plugin/d/e
-    touch plugin/.git/x plugin/a~ plugin/d/e/x plugin/d/Thumbs.db plugin/d/x
-    p --exclude 'd/e' --exclude '?.tmp' | grep 'left out: .git, a~, d/Thumbs.db, d/e$'
+    touch plugin/.git/x plugin/a~ plugin/d/e/x plugin/d/thumbs.DB plugin/d/x
+    p --exclude 'd/e' --exclude '?.tmp' | grep 'left out: .git, a~, d/e, d/thumbs.DB$'
     [ "$(unzip -Z1 out/packages/*)" = "$(printf 'd/x\ngood')" ]
 }
 
@@ -298,9 +306,15 @@ story_keys() {
     [ $(stat -c %a k) = 600 ]
     openssl pkey -in k -pubout -outform DER | tail -c 32 | base64 | cmp - pub
     no o --new-key k
-    openssl genpkey -algorithm ed25519 >l
+    openssl genpkey -algorithm ed25519 | sed 's/$/\r/' >l
     p --key l
-    no p --key pub
+    openssl genpkey -algorithm x25519 >x
+    sed '2s/IE.*/IEIA==/' k >short
+    sed '$d' k >open
+    for i in pub x short open; do
+        no p --key $i 2>a
+        grep 'holds no private key' a
+    done
 }
 
 story_signed() {
@@ -318,9 +332,13 @@ story_signed() {
     no o --rollback "$old"
     o --key k --rollback "$old"
     [ $(serial) -gt "$s" ]
+    o --list | grep signed
+    sed -i "s/$s/$((s + 30))/" out/*/*
     p --unsigned
     no grep signature out/cms/upgrade
     p
+    p --key k
+    [ $(serial) -gt $((s + 30)) ]
 }
 
 story_key_in_reach() {
@@ -374,6 +392,7 @@ story_misuse() {
     refuse 2 'Not a web address' --base-url http:///x
     refuse 2 'Not a web address' --base-url 'http://h/?a=b'
     refuse 2 'Missing --key.' --key ''
+    refuse 2 'Not a web address' --rollback 0 --base-url h
     refuse 2 'One thing' --list --pause
     refuse 2 'Not a number above 0' --keep 0
     refuse 2 'Not a date' --date '2021-02-30 10:00:00'
