@@ -233,7 +233,8 @@ show_failure() {
 
 # A folder and versions that are longer than their places.
 show_long_values() {
-    local long=$stage/drive_c/Games/很长的文件夹名称$(printf '/Tanks %s' {1..15})/China
+    local long
+    long=$stage/drive_c/Games/很长的文件夹名称$(printf '/Tanks %s' {1..15})/China
     mkdir -p "$long"
     : >"$long/WorldOfTanks.exe"
     write_settings "$app/brekka.ini" "$long" 0

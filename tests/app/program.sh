@@ -147,7 +147,8 @@ name_unwritable_folder() {
     program=$!
     started+=("$program")
     eventually said "can't write to the folder \"/proc\""
-    eventually windows 2
+    # The window, its veil, this message and that no game was found.
+    eventually windows 4
     stop_program
 }
 
