@@ -24,7 +24,7 @@ function(brekka_program_resource target)
     endif()
     set(lines "1 RT_MANIFEST \"${BREKKA_RESOURCES_FOLDER}/program.manifest\"")
     if(ARGN)
-        # The toolkit looks for this name, for the windows; the shell takes the first icon there is.
+        # Qt looks for this name, for the windows; the shell takes the first icon there is.
         string(APPEND lines "\nIDI_ICON1 ICON \"${ARGN}\"")
     endif()
     brekka_resource_script(${target} ${PROJECT_VERSION} ${target}.exe VFT_APP "${lines}")

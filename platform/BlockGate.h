@@ -10,12 +10,12 @@ class QSharedMemory;
 /// its holder, however that ends.
 ///
 /// On Linux the gate is a file lock on the block's own key file, so it adds no file, and it is the
-/// block's lock as well. The toolkit has none for a block with a native key; the one that it has
+/// block's lock as well. Qt has none for a block with a native key; the one that it has
 /// for others is a System V semaphore, which every process that tries to create the block resets,
 /// each removes as it ends, and one that is killed at the wrong moment leaves behind for ever. A
 /// block outlives the last process that held it when that one was killed.
 ///
-/// On Windows the lock is the toolkit's. It stays taken for ever when its holder is killed while
+/// On Windows the lock is Qt's. It stays taken for ever when its holder is killed while
 /// others still have the block. There the gate is a mutex, which the system gives back, and who
 /// enters next frees the lock. Besides, what is made before the gate is left for the first time is
 /// open to all processes of its user: else a copy that runs with an administrator's rights, as the
@@ -32,7 +32,7 @@ public:
     BlockGate &operator=(const BlockGate &) = delete;
 
     /// Waits for the gate, without a time limit. Does nothing when this process is inside already.
-    /// What can't be opened leaves the gate open: the toolkit meets the same obstacle and says so.
+    /// What can't be opened leaves the gate open: Qt meets the same obstacle and says so.
     void enter();
     /// Lets the next one in. Does nothing outside.
     void leave();

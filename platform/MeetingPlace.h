@@ -9,7 +9,7 @@ class QSharedMemory;
 /// Where the copies of the program that have an instance key in common find each other: the native
 /// names of their shared memory block and of the primary's local server.
 ///
-/// On Windows these are the toolkit's own. On Linux they are files in the user's runtime folder,
+/// On Windows these are Qt's own. On Linux they are files in the user's runtime folder,
 /// where no other user's remains can be in the way; so each user has a primary there. Without such
 /// a folder of the user's own they are in the temporary one, which all users share.
 class MeetingPlace

@@ -5,7 +5,7 @@
 #include <memory>
 
 /// The SHA-256 digest of data that come piece by piece, by the system's own library, which uses
-/// what the processor has for it: packages are large, and the toolkit's digest is slow.
+/// what the processor has for it: packages are large, and Qt's digest is slow.
 class Sha256
 {
 public:

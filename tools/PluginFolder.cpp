@@ -10,7 +10,7 @@
 
 namespace
 {
-// The toolkit leaves out names that it can't decode, and a plugin must not be published in part.
+// Qt leaves out names that it can't decode, and a plugin must not be published in part.
 bool hidesNames(const QDir &folder, int listed)
 {
     namespace fs = std::filesystem;

@@ -15,7 +15,7 @@
 
 namespace
 {
-constexpr int KeyProject = 'Q'; // what the toolkit gives to ftok() beside the key file
+constexpr int KeyProject = 'Q'; // what Qt gives to ftok() beside the key file
 constexpr mode_t KeyFileMode = 0640;
 constexpr int ReplaceAttempts = 8;
 

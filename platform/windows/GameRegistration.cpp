@@ -4,7 +4,7 @@
 
 QVariant GameRegistration::installLocation() const
 {
-    // The toolkit opens the key that it is given for writing, and makes it if there is none. Below
+    // Qt opens the key that it is given for writing, and makes it if there is none. Below
     // that one it only looks.
     const QSettings user(QStringLiteral("HKEY_CURRENT_USER"), QSettings::NativeFormat);
     return user.value(

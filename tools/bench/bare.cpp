@@ -1,4 +1,4 @@
-// What any program of this toolkit costs to start: the measure for what ours adds.
+// What any program with Qt costs to start: the measure for what ours adds.
 
 #include <QApplication>
 
