@@ -6,7 +6,7 @@
 # shellcheck disable=SC2046,SC2012,SC2094
 source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
-publisher=$1/brekka-publish
+publisher=$(cd "$1" && pwd)/brekka-publish
 examples=$root/docs/signing
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -440,7 +440,10 @@ story_interrupted() {
     done
     "$publisher" --plugin-dir plugin --plugin-version 1 --base-url http://h --out out 2>complaint &
     # From here on it is packing.
-    until [ -e out/cms ]; do sleep 0.01; done
+    until [ -e out/cms ]; do
+        kill -0 $! # else it has ended before
+        sleep 0.01
+    done
     kill $!
     no wait $!
     grep interrupted complaint
