@@ -5,6 +5,7 @@
 #include "CheckPluginFile.h"
 #include "FileVersion.h"
 #include "GameScanner.h"
+#include "LogonTask.h"
 #include "Paths.h"
 #include "PluginConfigDataReader.h"
 #include "PluginDownloader.h"
@@ -21,8 +22,6 @@
 
 namespace
 {
-const wchar_t *const TaskName = L"BrekkaTask";
-const wchar_t *const TaskArguments = L"-s";
 constexpr std::chrono::seconds SessionEndPatience(3);
 } // namespace
 
@@ -253,12 +252,12 @@ bool MainController::SetAutoRun(bool enable)
 {
     CTaskSchdMgr scheduler;
     if (!enable)
-        return scheduler.DeleteTask(TaskName, true);
+        return scheduler.DeleteTask(LogonTask::Name, true);
 
     const QString folder = QCoreApplication::applicationDirPath();
     const std::wstring program = Paths::updaterProgram().toStdWString();
-    return scheduler.CreateTask(TaskName, program.c_str(), folder.toStdWString().c_str(),
-                                TaskArguments);
+    return scheduler.CreateTask(LogonTask::Name, program.c_str(), folder.toStdWString().c_str(),
+                                LogonTask::Arguments);
 }
 
 QString MainController::GetFileVersion(QString path)

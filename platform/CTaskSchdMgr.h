@@ -29,6 +29,11 @@ public:
     /// Returns whether a task of that name was found.
     bool DeleteTask(const wchar_t *taskName, bool deleteFolder);
 
+    /// Removes the task \a taskName with our folder when it starts \a programPath; that of another
+    /// copy of the program stays. Returns false when something is left because the system refused,
+    /// which an administrator's rights may change; a null name or path is refused, too.
+    bool DeleteTaskOf(const wchar_t *taskName, const wchar_t *programPath);
+
 #ifdef _WIN32
 private:
     /// Connects to the scheduler and opens our folder and the list of its tasks, hidden ones

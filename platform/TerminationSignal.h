@@ -8,10 +8,12 @@
 ///
 /// On Linux that is SIGTERM, SIGINT or SIGHUP, unless the process was started with orders to ignore
 /// it. Once asked, the process ends at its own pace, whatever else of these it is sent; SIGINT
-/// alone, the one that a user types, then ends it at once. On Windows nothing is done here: a
-/// session's end reaches the program as aboutToQuit, and the process is killed soon after, so what
-/// must be finished is finished from that signal. Make one at the most, on the main thread, while
-/// there is an application object, and don't let the process live on for long without it.
+/// alone, the one that a user types, then ends it at once. On Windows it is WM_CLOSE to a
+/// message-only window of the class "BrekkaTermination", which is how the installer ends a running
+/// copy; a session's end reaches the program as aboutToQuit instead, and the process is killed soon
+/// after, so what must be finished is finished from that signal. Make one at the most, on the main
+/// thread, while there is an application object, and don't let the process live on for long without
+/// it.
 class TerminationSignal
 {
 public:

@@ -111,3 +111,20 @@ bool CTaskSchdMgr::DeleteTask(const wchar_t *taskName, bool deleteFolder)
         QFile::remove(entry);
     return !entries.isEmpty();
 }
+
+bool CTaskSchdMgr::DeleteTaskOf(const wchar_t *taskName, const wchar_t *programPath)
+{
+    if (!taskName || !programPath)
+        return false;
+    const QByteArray start =
+        "\nExec=" + maskedValue(commandLine(QString::fromWCharArray(programPath), {})).toUtf8();
+    bool isGone = true;
+    for (const QString &entry : entriesOf(QString::fromWCharArray(taskName))) {
+        QFile file(entry);
+        if (!file.open(QIODevice::ReadOnly))
+            isGone = false;
+        else if (file.readAll().replace('\n', " \n").contains(start + ' '))
+            isGone = file.remove() && isGone;
+    }
+    return isGone;
+}

@@ -142,6 +142,36 @@ bool deleteTaskAt(LONG position, const wchar_t *taskName, ITaskFolder *folder,
     return true;
 }
 
+/// The program that the task starts; empty when there is no such task or it can't be looked at.
+_bstr_t programOf(const wchar_t *taskName)
+{
+    ComPtr<ITaskService> service;
+    ComPtr<ITaskFolder> folder;
+    ComPtr<IRegisteredTask> task;
+    ComPtr<ITaskDefinition> definition;
+    ComPtr<IActionCollection> actions;
+    ComPtr<IAction> action;
+    ComPtr<IExecAction> execAction;
+    _bstr_t path;
+    if (!connectToScheduler(service) ||
+        FAILED(service->GetFolder(_bstr_t(OurFolderPath), &folder)) ||
+        FAILED(folder->GetTask(_bstr_t(taskName), &task)) ||
+        FAILED(task->get_Definition(&definition)) || FAILED(definition->get_Actions(&actions)) ||
+        FAILED(actions->get_Item(1, &action)) ||
+        FAILED(action->QueryInterface(IID_IExecAction, &execAction)) ||
+        FAILED(execAction->get_Path(path.GetAddress())))
+        return {};
+    return path;
+}
+
+bool isOurFolderThere()
+{
+    ComPtr<ITaskService> service;
+    ComPtr<ITaskFolder> folder;
+    return connectToScheduler(service) &&
+           SUCCEEDED(service->GetFolder(_bstr_t(OurFolderPath), &folder));
+}
+
 } // namespace
 
 bool CTaskSchdMgr::CreateTask(const wchar_t *taskName, const wchar_t *programPath,
@@ -195,4 +225,18 @@ bool CTaskSchdMgr::DeleteTask(const wchar_t *taskName, bool deleteFolder)
             rootFolder->DeleteFolder(_bstr_t(OurFolderPath), 0);
     }
     return found;
+}
+
+bool CTaskSchdMgr::DeleteTaskOf(const wchar_t *taskName, const wchar_t *programPath)
+{
+    if (!taskName || !programPath)
+        return false;
+    const ComApartment apartment;
+    const _bstr_t program = programOf(taskName);
+    if (program.length() > 0 &&
+        CompareStringOrdinal(program, -1, programPath, -1, TRUE) != CSTR_EQUAL)
+        return true;
+    // An administrator's task may be hidden from us, its folder is not.
+    DeleteTask(taskName, true);
+    return !isOurFolderThere();
 }

@@ -61,8 +61,13 @@ void tst_Autostart::entryStartsProgram()
     const QString entry = path("config/autostart/BrekkaTask.desktop");
     QCOMPARE(QProcess::execute("desktop-file-validate", {entry}), 0);
     QCOMPARE(QProcess::execute("gio", {"launch", entry}), 0);
+    // Another copy's removal, in a folder whose name begins like ours, leaves it.
+    QVERIFY(m_scheduler.DeleteTaskOf(L"BrekkaTask", program.chopped(1).toStdWString().c_str()));
+    QCOMPARE(entries().size(), 1);
     const QString expected = folder + "\n-s\na b\n$HOME\n%f\n\\\n;x\n'\n";
     QTRY_COMPARE_WITH_TIMEOUT(told(), expected.toUtf8(), 30000);
+    QVERIFY(m_scheduler.DeleteTaskOf(L"brekkatask", program.toStdWString().c_str()));
+    QCOMPARE(entries(), QStringList());
 }
 
 void tst_Autostart::registersAndRemoves()

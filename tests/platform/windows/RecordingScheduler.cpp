@@ -55,7 +55,7 @@ HRESULT perform(Object *self, size_t slot, const uintptr_t (&values)[8])
     Call made = wanted;
     made.values.clear();
     for (size_t i = 0; i < wanted.parameters.size(); ++i)
-        if (!std::strchr("m>ct", wanted.parameters[i]))
+        if (!std::strchr("m>ctp", wanted.parameters[i]))
             made.values +=
                 (made.values.empty() ? L"" : L" ") + textOf(wanted.parameters[i], values[i]);
     current->calls.push_back(made.text());
@@ -67,9 +67,11 @@ HRESULT perform(Object *self, size_t slot, const uintptr_t (&values)[8])
         *reinterpret_cast<LONG *>(out) = static_cast<LONG>(current->taskNames.size());
     if (last == 't' && !fails)
         *reinterpret_cast<BSTR *>(out) = SysAllocString(self->name.c_str());
+    if (last == 'p' && !fails)
+        *reinterpret_cast<BSTR *>(out) = SysAllocString(current->program.c_str());
     if (last == '>' && !fails) {
         auto *object = new Object{functions.data(), wanted.handedOut, {}};
-        if (wanted.method == L"get_Item")
+        if (wanted.interfaceName == L"IRegisteredTaskCollection")
             object->name = current->taskNames.at(reinterpret_cast<VARIANT *>(values[0])->lVal - 1);
         current->live.push_back(object);
         *reinterpret_cast<Object **>(out) = object;

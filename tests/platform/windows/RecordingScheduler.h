@@ -13,7 +13,7 @@
 
 /// A call of the scheduler. Its parameters, one character each, are a (s)tring, (n)umber,
 /// (b)oolean, (v)ariant, (o)bject, (i)nterface id or do not (m)atter; handed out are a new object
-/// (>), the number of tasks (c) or the object's own name (t).
+/// (>), the number of tasks (c), the object's own name (t) or the path that a task starts (p).
 struct Call {
     std::wstring interfaceName;
     size_t offset;
@@ -39,6 +39,7 @@ public:
     std::vector<std::wstring> calls;     ///< Call::text(), or what was called out of turn
     std::set<size_t> failing;            ///< numbers of the calls, from 0, that answer E_FAIL
     std::vector<std::wstring> taskNames; ///< the tasks that our folder holds
+    std::wstring program;                ///< what our task starts
     std::vector<const void *> live;      ///< objects not given back yet, the latest last
     bool releasedOutOfOrder = false;     ///< whether one was given back before a later one
     long classReferences() const;        ///< references to the class object not given back

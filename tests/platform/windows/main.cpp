@@ -29,11 +29,12 @@ void check(bool good, const std::string &what)
 template <typename Operation>
 void checkRun(const std::string &what, Operation operation, const std::set<size_t> &failing,
               bool expectedResult, const Calls &expected,
-              const std::vector<std::wstring> &taskNames = {})
+              const std::vector<std::wstring> &taskNames = {}, const wchar_t *started = L"")
 {
     RecordingScheduler scheduler(expected);
     scheduler.failing = failing;
     scheduler.taskNames = taskNames;
+    scheduler.program = started;
     check(operation() == expectedResult, what + ": result");
     std::vector<std::wstring> wanted;
     for (const Call &call : expected)
@@ -111,10 +112,8 @@ void testCreateTask()
     checkRun("create, no path", given(L"BrekkaTask", nullptr), {}, false, {});
 }
 
-void testDeleteTask()
-{
-    // clang-format off
-    const Calls all = {
+// clang-format off
+const Calls deletion = {
         {METHOD(IClassFactory, CreateInstance), "mi>", L"ITaskService", L"ITaskService"},
         {METHOD(ITaskService, Connect), "vvvv", L"empty empty empty empty"},
         {METHOD(ITaskService, GetFolder), "s>", L"\\Brekka", L"ITaskFolder"},
@@ -128,8 +127,12 @@ void testDeleteTask()
         {METHOD(ITaskFolder, DeleteTask), "sn", L"brekkatask 0"},
         {METHOD(ITaskService, GetFolder), "s>", L"\\", L"ITaskFolder"},
         {METHOD(ITaskFolder, DeleteFolder), "sn", L"\\Brekka 0"},
-    };
-    // clang-format on
+};
+// clang-format on
+
+void testDeleteTask()
+{
+    const Calls &all = deletion;
     const auto given = [](const wchar_t *name, bool withFolder) {
         return [=] { return CTaskSchdMgr().DeleteTask(name, withFolder); };
     };
@@ -150,6 +153,44 @@ void testDeleteTask()
     checkRun("delete, no root", remove, {11}, true, cut(all, 12), names);
     checkRun("delete the task alone", given(L"BrekkaTask", false), {}, true, cut(all, 11), names);
     checkRun("delete, no name", given(nullptr, true), {}, false, {});
+}
+
+void testDeleteTaskOf()
+{
+    // clang-format off
+    const Calls query = {
+        {METHOD(IClassFactory, CreateInstance), "mi>", L"ITaskService", L"ITaskService"},
+        {METHOD(ITaskService, Connect), "vvvv", L"empty empty empty empty"},
+        {METHOD(ITaskService, GetFolder), "s>", L"\\Brekka", L"ITaskFolder"},
+        {METHOD(ITaskFolder, GetTask), "s>", L"BrekkaTask", L"IRegisteredTask"},
+        {METHOD(IRegisteredTask, get_Definition), ">", L"", L"ITaskDefinition"},
+        {METHOD(ITaskDefinition, get_Actions), ">", L"", L"IActionCollection"},
+        {METHOD(IActionCollection, get_Item), "n>", L"1", L"IAction"},
+        {METHOD(IAction, QueryInterface), "i>", L"IExecAction", L"IExecAction"},
+        {METHOD(IExecAction, get_Path), "p"},
+    };
+    // clang-format on
+    const auto remove = [] { return CTaskSchdMgr().DeleteTaskOf(L"BrekkaTask", program); };
+    const std::vector<std::wstring> names = {L"Other", L"brekkatask"};
+    const Calls look = cut(query, 3);
+    const auto sequence = [&](size_t queried) {
+        Calls calls = cut(query, queried);
+        calls.insert(calls.end(), deletion.begin(), deletion.end());
+        calls.insert(calls.end(), look.begin(), look.end());
+        return calls;
+    };
+    const Calls all = sequence(query.size());
+    const wchar_t *ours = L"c:/Games/app\\brekkaupdater.exe";
+    checkRun("delete ours", remove, {all.size() - 1}, true, all, names, ours);
+    checkRun("delete ours, refused", remove, {}, false, all, names, ours);
+    checkRun("delete another copy's", remove, {}, true, query, names,
+             L"C:/Other\\BrekkaUpdater.exe");
+    for (size_t i = 3; i < query.size(); ++i)
+        checkRun("delete, hidden " + std::to_string(i), remove, {i}, false, sequence(i + 1), names);
+    checkRun("delete, no name", [] { return CTaskSchdMgr().DeleteTaskOf(nullptr, program); }, {},
+             false, {});
+    checkRun("delete, no path", [] { return CTaskSchdMgr().DeleteTaskOf(L"BrekkaTask", nullptr); },
+             {}, false, {});
 }
 
 /// On a thread that never set COM up. Wine's scheduler knows no logon triggers; that of a real
@@ -174,6 +215,7 @@ int main(int argc, char **argv)
     CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     testCreateTask();
     testDeleteTask();
+    testDeleteTaskOf();
     std::thread(testWithoutScheduler).join();
     const std::string folder = argv[1];
     SetCurrentDirectoryA(argv[1]);
