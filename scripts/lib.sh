@@ -10,7 +10,7 @@ test_packages=(zip unzip openssl zbar-tools busybox nginx-light curl jq xvfb ope
 lint_packages=(clang clang-format clang-tidy clazy shellcheck git)
 mingw_packages=(g++-mingw-w64-x86-64-posix wine wine64 desktop-file-utils libglib2.0-bin)
 
-windows_packages=(libz-mingw-w64-dev zip qttranslations5-l10n)
+windows_packages=(libz-mingw-w64-dev zip qttranslations5-l10n nsis)
 windows_test_packages=(xvfb openbox picom xdotool imagemagick unzip busybox curl fonts-liberation fonts-noto-cjk)
 
 fail() {
@@ -52,4 +52,10 @@ build() {
 # project_version : the version that the programs carry.
 project_version() {
     sed -n 's/^project(Brekka VERSION \([0-9.]*\) .*/\1/p' "$root/CMakeLists.txt"
+}
+
+# set_source_date : the time that files and archives of a release carry, that of the commit. Tools of
+# others read the variable, too.
+set_source_date() {
+    export SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -C "$root" log -1 --format=%ct 2>/dev/null || date +%s)}
 }

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Makes the portable archive for 64-bit Windows, build/windows/Brekka-VERSION-win64.zip. The first
-# run makes the toolkit, too, and keeps it in the user's cache folder.
+# Makes what players on 64-bit Windows download: build/windows/Brekka-VERSION-setup.exe, and the
+# portable archive Brekka-VERSION-win64.zip. The first run makes the toolkit, too, and keeps it in the
+# user's cache folder. BREKKA_SIGN may name a program that signs the file it is given.
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 source "$root/scripts/windows/toolkit.sh"
+source "$root/scripts/windows/installer.sh"
 
 jobs=${BREKKA_JOBS:-$(nproc)}
 tree=$root/build/windows/tree
@@ -54,6 +56,23 @@ scripts/windows/toolkit.sh of Brekka's sources, which holds the options and the 
 TEXT
 }
 
+# finish FOLDER : signs what is ours, and gives all of it the time of the commit.
+finish() {
+    local file
+    if [ -n "${BREKKA_SIGN:-}" ]; then
+        for file in "$1"/*.exe; do
+            "$BREKKA_SIGN" "$file"
+        done
+    fi
+    find "$1" -exec touch -d "@$SOURCE_DATE_EPOCH" {} +
+}
+
+# pack FOLDER ARCHIVE : the same bytes for the same files.
+pack() {
+    rm -f "$2"
+    (cd "$(dirname "$1")" && find "$(basename "$1")" | LC_ALL=C sort | TZ=UTC zip -qX9 "$2" -@)
+}
+
 # Every DLL that a program or a DLL of the archive asks for must be in it, or be Windows' own.
 check_imports() {
     local file name absent=0
@@ -73,11 +92,14 @@ check_imports() {
 install_packages "${build_packages[@]}" "${mingw_packages[@]}" "${windows_packages[@]}"
 make_toolkit
 compile
-name=Brekka-$(project_version)-win64
+set_source_date
+name=Brekka-$(project_version)
 work=$root/build/windows/archive
-rm -rf "$work"
-collect "$work/$name"
-check_imports "$work/$name"
-rm -f "$root/build/windows/"Brekka-*-win64.zip
-(cd "$work" && zip -qrX9 "../$name.zip" "$name")
-printf '%s: %s bytes\n' "build/windows/$name.zip" "$(stat -c %s "$root/build/windows/$name.zip")"
+rm -rf "$work" "$root/build/windows/"Brekka-*-{win64.zip,setup.exe}
+collect "$work/$name-win64"
+check_imports "$work/$name-win64"
+finish "$work/$name-win64"
+pack "$work/$name-win64" "$root/build/windows/$name-win64.zip"
+rm "$work/$name-win64/brekka-publish.exe"
+make_installer "$work/$name-win64" "$root/build/windows/$name-setup.exe"
+(cd "$root" && stat -c '%n: %s bytes' build/windows/Brekka-*)
