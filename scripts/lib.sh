@@ -11,7 +11,7 @@ lint_packages=(clang clang-format clang-tidy clazy shellcheck git)
 mingw_packages=(g++-mingw-w64-x86-64-posix wine wine64 desktop-file-utils libglib2.0-bin)
 
 windows_packages=(libz-mingw-w64-dev zip qttranslations5-l10n nsis)
-windows_test_packages=(xvfb openbox picom xdotool imagemagick unzip busybox curl fonts-liberation fonts-noto-cjk)
+windows_test_packages=(locales xvfb openbox picom xdotool imagemagick unzip busybox curl fonts-liberation fonts-noto-cjk)
 
 fail() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2

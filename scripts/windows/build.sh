@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Makes what players on 64-bit Windows download: build/windows/Brekka-VERSION-setup.exe, and the
 # portable archive Brekka-VERSION-win64.zip. The first run makes the toolkit, too, and keeps it in the
-# user's cache folder. BREKKA_SIGN may name a program that signs the file it is given.
+# user's cache folder. BREKKA_SIGN may name a program that signs the file it is given. Arguments go to
+# CMake, for this run alone.
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 source "$root/scripts/windows/toolkit.sh"
 source "$root/scripts/windows/installer.sh"
@@ -12,7 +13,7 @@ tree=$root/build/windows/tree
 compile() {
     export BREKKA_TOOLKIT=$toolkit
     cd "$root"
-    cmake --preset windows >/dev/null
+    cmake --fresh --preset windows "$@" >/dev/null
     cmake --build --preset windows -j "$jobs"
 }
 
@@ -91,7 +92,7 @@ check_imports() {
 
 install_packages "${build_packages[@]}" "${mingw_packages[@]}" "${windows_packages[@]}"
 make_toolkit
-compile
+compile "$@"
 set_source_date
 name=Brekka-$(project_version)
 work=$root/build/windows/archive

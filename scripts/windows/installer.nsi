@@ -169,8 +169,22 @@ Function un.RemoveLogonTask
     ${EndIf}
 FunctionEnd
 
-; What the program itself wrote: settings with what an end during their saving left, the package, and
-; the last manifest.
+; The last manifest, as Qt lays its cache out. A copy elsewhere uses the same one, and does without.
+Function un.RemoveCache
+    ${ForEach} $0 0 15 + 1
+        IntFmt $1 "%x" $0
+        Delete "$LOCALAPPDATA\Brekka\cache\http\data8\$1\*.d"
+        RMDir "$LOCALAPPDATA\Brekka\cache\http\data8\$1"
+    ${Next}
+    RMDir "$LOCALAPPDATA\Brekka\cache\http\data8"
+    Delete "$LOCALAPPDATA\Brekka\cache\http\prepared\*.d"
+    RMDir "$LOCALAPPDATA\Brekka\cache\http\prepared"
+    RMDir "$LOCALAPPDATA\Brekka\cache\http"
+    RMDir "$LOCALAPPDATA\Brekka\cache"
+    RMDir "$LOCALAPPDATA\Brekka"
+FunctionEnd
+
+; What the program itself wrote: settings with what an end during their saving left, and the package.
 Function un.RemoveData
     Delete "$INSTDIR\brekka.ini"
     Delete "$INSTDIR\brekka.ini.lock"
@@ -186,6 +200,7 @@ Section un.
     Call un.RemoveLogonTask
     SetOutPath "$TEMP" ; a current folder can't be removed
     Call un.RemoveData
+    Call un.RemoveCache
     !insertmacro RemoveFiles
     Delete "$INSTDIR\installed.ini"
     Delete "$SMPROGRAMS\${TITLE}.lnk"

@@ -1,45 +1,32 @@
 # Makes the installer for Windows; source it after lib.sh.
 
-# Folders below the payload $1, the deepest last, each with a backslash in front; the payload itself
-# is the empty one.
-payload_folders() {
-    (cd "$1" && find . -type d | LC_ALL=C sort | sed 's/^\.//') | tr / '\\'
-}
-
-# payload_files PAYLOAD FOLDER : the names of the files in one of them.
+# payload_files PAYLOAD : their names with backslashes, in an order of their own.
 payload_files() {
-    (cd "$1/${2//\\//}" && find . -maxdepth 1 -type f -printf '%f\n' | LC_ALL=C sort)
+    (cd "$1" && find . -type f -printf '%P\n') | LC_ALL=C sort | sed 's|/|\\|g'
 }
 
 # write_macros PAYLOAD : prints what the installer puts into the player's folder, and what the
 # uninstaller takes out.
 write_macros() {
-    local folder file
     printf '!macro InstallFiles\n'
-    while IFS= read -r folder; do
-        printf '    SetOutPath "$INSTDIR%s"\n' "$folder"
-        while IFS= read -r file; do
-            printf '    File "%s/%s"\n' "$1${folder//\\//}" "$file"
-        done < <(payload_files "$1" "$folder")
-    done < <(payload_folders "$1")
+    payload_files "$1" | awk -v payload="$1" '
+        { folder = source = $0; gsub(/\\/, "/", source); sub(/\\?[^\\]*$/, "", folder) }
+        NR == 1 || folder != last { print "SetOutPath \"$INSTDIR" (folder ? "\\" : "") folder "\"" }
+        { print "File \"" payload "/" source "\""; last = folder }'
     printf '!macroend\n!macro RemoveFiles\n'
-    while IFS= read -r folder; do
-        while IFS= read -r file; do
-            printf '    Delete "$INSTDIR%s\\%s"\n' "$folder" "$file"
-        done < <(payload_files "$1" "$folder")
-        [ -z "$folder" ] || printf '    RMDir "$INSTDIR%s"\n' "$folder"
-    done < <(payload_folders "$1" | tac)
+    payload_files "$1" | awk '{ print "Delete \"$INSTDIR\\" $0 "\"" }'
+    # The innermost first.
+    (cd "$1" && find . -mindepth 1 -type d -printf '%P\n') | LC_ALL=C sort -r | sed 's|/|\\|g' |
+        awk '{ print "RMDir \"$INSTDIR\\" $0 "\"" }'
     printf '!macroend\n'
 }
 
 # write_list PAYLOAD : prints the file by which the next version finds what it has no more.
 write_list() {
-    local files
-    mapfile -t files < <(cd "$1" && find . -type f -printf '%P\n' | LC_ALL=C sort | tr / '\\')
     printf '[files]\r\n'
-    printf '%s\r\n' "${files[@]}" | awk '{ print NR "=" $0 }'
+    payload_files "$1" | awk '{ printf "%d=%s\r\n", NR, $0 }'
     printf '[known]\r\n'
-    printf '%s=1\r\n' "${files[@]}"
+    payload_files "$1" | awk '{ printf "%s=1\r\n", $0 }'
 }
 
 # make_installer PAYLOAD OUTPUT : of the files in the folder PAYLOAD, whose names must be plain: the

@@ -1,19 +1,27 @@
 #!/usr/bin/env bash
-# Runs what scripts/windows/build.sh made, for real, under Wine: the tests compiled for Windows and
-# the program of the archive, with windows on a display of its own. Renews docs/screenshots/windows-*.
+# Runs what scripts/windows/build.sh made, for real, under Wine: the program of the archive, the
+# installer, and the tests compiled for Windows, with windows on a display of its own. Renews
+# docs/screenshots/windows-*.
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 source "$root/scripts/windows/toolkit.sh"
 source "$root/scripts/demo.sh"
 source "$root/scripts/windows/walk.sh"
+source "$root/scripts/windows/installer-walk.sh"
 
 work=$root/build/windows/test
 name=Brekka-$(project_version)-win64
 
-# Wine gets a home and a prefix of its own. Without the overrides it would offer to fetch two
+# Wine gets a home and a prefix of its own, and a player in China: a user name in Chinese, and the
+# system's code page for it, which Wine takes from the locale and needs for shortcuts. Without the overrides it would offer to fetch two
 # run-time environments and write to the desktop's menus. Variables of the toolkit only get through
 # under Wine's names for them.
 set_environment() {
-    export HOME=$work/home WINEPREFIX=$work/prefix WINEDEBUG=-all LC_ALL=C.UTF-8
+    export USER=坦克玩家 HOME=$work/home WINEPREFIX=$work/prefix WINEDEBUG=-all LOCPATH=$work/locale
+    mkdir -p "$LOCPATH"
+    localedef -i zh_CN -f UTF-8 "$LOCPATH/zh_CN.UTF-8"
+    unset LC_ALL
+    # Bash itself would look for it elsewhere, and say so.
+    export LANG=C.UTF-8 LC_CTYPE=zh_CN.UTF-8 2>/dev/null
     export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=' WINEQT_FORCE_STDERR_LOGGING=1
     mkdir -p "$HOME"
 }
@@ -76,7 +84,10 @@ end_wine() {
 
 install_packages "${mingw_packages[@]}" "${windows_test_packages[@]}"
 archive=$root/build/windows/$name.zip
-[ -f "$archive" ] || fail "there is no $archive: run scripts/windows/build.sh first"
+setup=$root/build/windows/Brekka-$(project_version)-setup.exe
+for file in "$archive" "$setup"; do
+    [ -f "$file" ] || fail "there is no $file: run scripts/windows/build.sh first"
+done
 rm -rf "$work"
 set_environment
 trap end_wine EXIT
@@ -87,6 +98,9 @@ mkdir -p "$WINEPREFIX/drive_c/Program Files"
 unzip -q "$archive" -d "$WINEPREFIX/drive_c/Program Files"
 app="$WINEPREFIX/drive_c/Program Files/$name"
 walk
-run_tests "$@"
+walk_setup
+setup_frozen
+app=$portable_app run_tests "$@"
+setup_thawed
 # Since the end of the walk no game is registered, and many searches were made.
 ! wine reg query "$registration" >/dev/null 2>&1 || fail 'a search for the game left its key in the registry'
