@@ -10,6 +10,7 @@ test_packages=(zip unzip openssl zbar-tools busybox nginx-light curl jq xvfb ope
 lint_packages=(clang clang-format clang-tidy clazy shellcheck git)
 mingw_packages=(g++-mingw-w64-x86-64-posix wine wine64 desktop-file-utils libglib2.0-bin)
 
+linux_packages=(librsvg2-bin desktop-file-utils appstream)
 windows_packages=(libz-mingw-w64-dev zip qttranslations5-l10n nsis)
 windows_test_packages=(locales xvfb openbox picom xdotool imagemagick unzip busybox curl fonts-liberation fonts-noto-cjk)
 
