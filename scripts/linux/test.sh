@@ -1,0 +1,236 @@
+#!/usr/bin/env bash
+# Walks through the life of the archive that scripts/linux/build.sh made: installed, started from its
+# desktop entry, installed over the running copy, removed while it runs; on a display of its own, in a
+# home whose name is as awkward as they come, beside a portable copy.
+source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
+source "$root/scripts/demo.sh"
+
+work=$root/build/linux/test
+name=Brekka-$(project_version)-linux-$(uname -m)
+archive=$root/build/linux/$name.tar.gz
+unpacked=$work/$name
+id=example.brekka.Brekka
+window_title='^Brekka助手$'
+
+set_environment() {
+    export HOME="$work/坦克 \"玩家\" \$HOME 'x' \`id\` \\n" XDG_RUNTIME_DIR=$work/run LC_ALL=C.UTF-8 QT_FORCE_STDERR_LOGGING=1
+    unset XDG_DATA_HOME XDG_CACHE_HOME XDG_CONFIG_HOME SUDO_USER
+    mkdir -p "$HOME/.config/autostart" "$HOME/游戏/mods" "$HOME/.local/share/other"
+    mkdir -m 700 "$XDG_RUNTIME_DIR"
+    program=$HOME/.local/share/brekka
+    entry=$HOME/.local/share/applications/$id.desktop
+    logon=$HOME/.config/autostart/BrekkaTask.desktop
+    portable=$HOME/portable
+    game=$HOME/游戏
+    plugin=$work/plugin
+}
+
+start_display() {
+    local try
+    Xvfb -displayfd 3 -screen 0 1100x760x24 -dpi 96 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
+    started+=($!)
+    for try in {1..100}; do
+        [ ! -s "$work/display" ] || break
+        sleep 0.1
+    done
+    [ -s "$work/display" ] || fail "no display, see $work/xvfb.log"
+    DISPLAY=:$(cat "$work/display")
+    export DISPLAY
+    openbox >"$work/openbox.log" 2>&1 &
+    started+=($!)
+}
+
+step() {
+    printf '%s\n' "$*"
+}
+
+# wait_for WHAT COMMAND... : until the command succeeds.
+wait_for() {
+    local deadline=$((SECONDS + 120)) what=$1
+    shift
+    until "$@"; do
+        if [ "$SECONDS" -ge "$deadline" ]; then
+            tail -n 20 "$work/log" >&2
+            fail "did not come: $what"
+        fi
+        sleep 0.1
+    done
+}
+
+copies() {
+    local link
+    for link in /proc/[0-9]*/exe; do
+        case $(readlink "$link") in
+        "$program/Brekka"*) printf '%s\n' "$link" | tr -dc '0-9\n' ;;
+        esac
+    done
+}
+
+no_copy() {
+    [ -z "$(copies)" ]
+}
+
+one_copy_after() {
+    local now
+    now=$(copies)
+    [ -n "$now" ] && [ "$now" != "$1" ] && [ "$(wc -l <<<"$now")" = 1 ]
+}
+
+is_shown() {
+    [ -n "$(xdotool search --onlyvisible --name "$window_title" 2>/dev/null)" ]
+}
+
+stored() {
+    setting "$program/brekka.ini" "$1"
+    [ "$value" = "$2" ]
+}
+
+# Whether the game folder holds the plugin as published; its configuration is the program's to change.
+is_plugin_there() {
+    local file
+    while IFS= read -r file; do
+        case $file in
+        *.xml) [ -f "$game/$file" ] ;;
+        *) cmp -s "$plugin/$file" "$game/$file" ;;
+        esac || return 1
+    done < <(cd "$plugin" && find . -type f)
+    stored lastcheckret true
+}
+
+# contents : all files of the home that are the player's.
+contents() {
+    (cd "$HOME" && find . -type f -exec md5sum {} + | LC_ALL=C sort -k2)
+}
+
+has_program() {
+    local file
+    for file in "$unpacked/program/"*; do
+        cmp "$file" "$program/$(basename "$file")" || return 1
+    done
+}
+
+# write_logon_entry FOLDER : what the program writes when it is to be started at logon.
+write_logon_entry() {
+    printf '[Desktop Entry]\nType=Application\nName=BrekkaTask\nExec="%s" "-s"\n' \
+        "$(printf '%s' "$1/BrekkaUpdater" | sed 's/[\\"`$]/\\&/g; s/\\/\\\\/g')" >"$logon"
+}
+
+prepare() {
+    tar -C "$work" -xf "$archive"
+    cp -R "$unpacked/program" "$portable"
+    printf '[hosts]\nupdate=127.0.0.1:1\n' >"$portable/brekka.ini"
+    : >"$game/WorldOfTanks.exe"
+    : >"$game/mods/own.txt"
+    sample_plugin "$plugin" 1.2.0
+    serve "$work/server"
+    "$unpacked/program/brekka-publish" --plugin-dir "$plugin" --plugin-version 1.2.0 \
+        --base-url "http://127.0.0.1:$port" --out "$work/server" >/dev/null
+    (cd "$portable" && exec ./Brekka -s) >"$work/portable.log" 2>&1 &
+    portable_copy=$!
+    started+=("$portable_copy")
+    wait_for 'the portable copy' grep -q 'gamefind ret:' "$work/portable.log"
+}
+
+walk_missing_library() {
+    step 'Without a library of Qt it says which package is missing, and does nothing.'
+    local poor=$work/poor message
+    cp -R "$unpacked" "$poor"
+    sed -i 's/libQt5Xml\.so\.5/libQt5Axl.so.5/g' "$poor/program/Brekka"
+    ! message=$("$poor/install.sh" 2>&1) || fail 'it was installed'
+    [[ $message = *'apt install libqt5axl5' ]] || fail "it said: $message"
+    [ ! -e "$program" ] || fail 'something was installed'
+    ! SUDO_USER=me "$unpacked/install.sh" 2>/dev/null || fail 'it was installed for the administrator'
+}
+
+walk_install() {
+    step 'Installed, and started from the desktop entry with its own folder as the current one.'
+    "$unpacked/install.sh" >"$work/install.log"
+    has_program || fail 'not what the archive holds'
+    no_copy || fail 'started by the installation'
+    desktop-file-validate "$entry"
+    write_settings "$program/brekka.ini" "$game" 5
+    gio launch "$entry" >"$work/log" 2>&1
+    wait_for 'the window' is_shown
+    wait_for 'the plugin' is_plugin_there
+    wait_for 'its version' stored pver 1.2.0
+    "$HOME/.local/bin/brekka" >"$work/second.log" 2>&1 || fail "the command ended with $?"
+    grep -qF 'i am the second process exit' "$work/second.log" || fail 'the command started another copy'
+}
+
+# As if an older version had been installed, with more files; and somebody had altered its list.
+age_installation() {
+    mkdir "$program/old"
+    printf 'old' | tee "$program/old/more" "$program/ver.dll" >"$HOME/.local/share/other/file"
+    printf '%s\n' program/old/more program/../../other/file ../file nonsense >>"$program/installed.txt"
+}
+
+walk_upgrade() {
+    step 'Installed over the running copy: ended and started again, with its settings and its package.'
+    local before package
+    before=$(copies)
+    package=$(md5sum <"$program/plugins/pluginsconfig")
+    age_installation
+    "$unpacked/install.sh" >"$work/install.log"
+    wait_for 'another copy' one_copy_after "$before"
+    has_program || fail 'not what the archive holds'
+    [ ! -e "$program/old" ] || fail 'a file of the older version was left'
+    [ -e "$HOME/.local/share/other/file" ] || fail 'a file outside was removed'
+    { stored interval 5 && stored pver 1.2.0; } || fail 'the settings were not kept'
+    [ "$(md5sum <"$program/plugins/pluginsconfig")" = "$package" ] || fail 'the package was not kept'
+    ! is_shown || fail 'it opened its window'
+}
+
+walk_frozen() {
+    step 'A copy that does not end keeps the installation from changing anything.'
+    local impatient=$work/impatient result=0 frozen
+    frozen=$(copies)
+    cp -R "$unpacked" "$impatient"
+    sed -i 's/^patience=60 /patience=2 /' "$impatient/places.sh"
+    printf 'new' >"$impatient/program/ver.dll"
+    kill -STOP "$frozen"
+    "$impatient/install.sh" 2>"$work/frozen.log" || result=$?
+    kill -CONT "$frozen"
+    [ "$result" = 3 ] || fail "the installation ended with $result"
+    has_program || fail 'files were changed'
+    wait_for 'the end that it was asked for' no_copy
+}
+
+# walk_removal COMMAND : with the plugin in the game, and a copy that runs.
+walk_removal() {
+    step "Removed while it runs, by $(basename "$(dirname "$1")")/$(basename "$1"): nothing is left but what is the player's."
+    "$1" >"$work/uninstall.log" 2>&1 || fail "the removal ended with $?"
+    no_copy || fail 'a copy goes on'
+    diff <(printf '%s\n' "$contents") <(contents) >&2 || fail 'other files than before'
+    ! find "$HOME" -name portable -prune -o -iname '*brekka*' ! -name BrekkaTask.desktop -print | grep . >&2 || fail 'left behind'
+    kill -0 "$portable_copy" || fail 'the portable copy was ended'
+}
+
+walk() {
+    printf 'old' >"$HOME/.local/share/other/file"
+    write_logon_entry "$portable"
+    contents=$(contents)
+    walk_missing_library
+    walk_install
+    walk_upgrade
+    walk_frozen
+    gio launch "$entry" >"$work/log" 2>&1
+    wait_for 'the window' is_shown
+    walk_removal "$program/uninstall.sh"
+    [ -e "$logon" ] || fail 'the logon entry of the portable copy is gone'
+    rm "$logon"
+    contents=$(contents)
+    walk_install
+    write_logon_entry "$program"
+    walk_removal "$unpacked/uninstall.sh"
+    [ ! -e "$logon" ] || fail 'its logon entry is left'
+}
+
+install_packages "${run_packages[@]}" "${linux_test_packages[@]}"
+[ -f "$archive" ] || fail "there is no $archive: run scripts/linux/build.sh first"
+rm -rf "$work"
+mkdir -p "$work"
+set_environment
+start_display
+prepare
+walk
+printf 'Nothing was left behind.\n'
