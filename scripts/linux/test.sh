@@ -161,7 +161,7 @@ walk_install() {
 age_installation() {
     mkdir "$program/old"
     printf 'old' | tee "$program/old/more" "$program/ver.dll" >"$HOME/.local/share/other/file"
-    printf '%s\n' program/old/more program/../../other/file ../file nonsense >>"$program/installed.txt"
+    printf '%s\n' program/old/more program/../other/file ../file nonsense >>"$program/installed.txt"
 }
 
 walk_upgrade() {

@@ -61,7 +61,7 @@ setup_prepare() {
 
 setup_install() {
     step 'The installer, silently: into the folder of the user, whatever it is told.'
-    wine "$setup" /S '/D=C:\Elsewhere' || fail "the installer ended with $?"
+    wine "$setup" /S '/D=C:\Elsewhere' >"$work/setup.log" 2>&1 || fail "the installer ended with $?"
     [ ! -e "$WINEPREFIX/drive_c/Elsewhere" ] || fail 'the folder of the installation can be changed'
     has_payload || fail 'not what the archive holds'
     [ "$(entry_value DisplayVersion)" = "$(project_version)" ] || fail 'no entry in the list of programs'
@@ -158,14 +158,14 @@ setup_pages() {
 
 # A copy that doesn't end keeps the installer waiting for a minute, in which the tests can run.
 setup_frozen() {
-    wine "$setup" /S
+    wine "$setup" /S >"$work/frozen-setup.log" 2>&1
     start_program frozen.log Brekka.exe -s
     wait_for 60 'the copy' said 'gamefind ret:'
     printf 'old' >"$app/ver.dll"
     kill -STOP "$program"
     (
         result=0
-        wine "$setup" /S || result=$?
+        wine "$setup" /S >"$work/frozen-setup.log" 2>&1 || result=$?
         printf '%s' "$result" >"$work/frozen"
     ) &
 }
@@ -177,7 +177,7 @@ setup_thawed() {
     [ "$(cat "$work/frozen")" = 3 ] || fail "the installer ended with $(cat "$work/frozen")"
     [ "$(cat "$app/ver.dll")" = old ] || fail 'files were changed'
     wait "$program" || fail "asked to quit, the copy ended with $?"
-    wine "$app/uninstall.exe" /S
+    wine "$app/uninstall.exe" /S >"$work/uninstall.log" 2>&1
     wait_for 60 'the removal' is_removed
 }
 
