@@ -53,6 +53,7 @@ Function ${un}EndCopy
                 FileClose $8
                 Return
             ${EndIf}
+            DetailPrint "正在等待${TITLE}退出……"
             Sleep 250
             IntOp $7 $7 + 1
         ${EndWhile}

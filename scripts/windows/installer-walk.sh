@@ -97,7 +97,9 @@ setup_upgrade() {
     age_installation
     wine "$setup" /S >"$work/upgrade.log" 2>&1 || fail "the installer ended with $?"
     wait_for 60 'another copy' one_copy_after "$before"
-    wait_for 30 'a copy without a window' is_hidden
+    log=$work/upgrade.log
+    wait_for 60 'its settings' said 'OnSettingRefreshed'
+    is_hidden || fail 'it opened its window'
     has_payload || fail 'not what the archive holds'
     [ ! -e "$app/old" ] || fail 'a file of the older version was left'
     [ -e "$app/../keep.txt" ] || fail 'a file outside was removed'
@@ -132,27 +134,43 @@ shows_setup() {
     [ -n "$(setup_window "$1")" ]
 }
 
-# page PICTURE PROGRAM : takes a picture of the page, and goes on from it.
+# page PROGRAM [PICTURE] : goes on from the page, perhaps with a picture of it.
 page() {
     sleep 2 # for its last repaint
-    import -window "$(setup_window "$2")" "$root/docs/screenshots/windows-setup-$1.png"
-    xdotool windowactivate --sync "$(setup_window "$2")" key Return
+    [ -z "${2:-}" ] || import -window "$(setup_window "$1")" "$root/docs/screenshots/windows-setup-$2.png"
+    xdotool windowactivate --sync "$(setup_window "$1")" key Return
+}
+
+# The entry that a player took away stays away, and the window comes back at the end.
+setup_pages_again() {
+    local before
+    before=$(copies)
+    rm "$desktop"
+    wine "$setup" >"$work/pages-again.log" 2>&1 &
+    wait_for 60 'the installer' shows_setup 安装
+    page 安装
+    wait_for 60 'another copy' one_copy_after "$before"
+    wait_for 60 'a copy without a window' is_hidden
+    page 安装
+    wait_for 60 'the window' is_shown
+    [ ! -e "$desktop" ] || fail 'the entry on the desktop came back'
 }
 
 setup_pages() {
     step 'Page by page: it starts at the end, and is on the desktop.'
     wine "$setup" >"$work/pages.log" 2>&1 &
     wait_for 60 'the installer' shows_setup 安装
-    page welcome 安装
+    page 安装 welcome
     wait_for 60 'the last page' has_entry DesktopAsked
-    page finish 安装
+    page 安装 finish
     wait_for 60 'the window' is_shown
     [ -f "$desktop" ] || fail 'no entry on the desktop'
+    setup_pages_again
     wine "$app/uninstall.exe" >"$work/pages-uninstall.log" 2>&1 &
     wait_for 60 'the uninstaller' shows_setup 卸载
-    page confirm 卸载
+    page 卸载 confirm
     wait_for 120 'the removal' is_removed
-    page removed 卸载
+    page 卸载 removed
     [ -z "$(find -L "$profile" -iname '*brekka*')" ] || fail 'something was left behind'
 }
 

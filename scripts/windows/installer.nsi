@@ -21,15 +21,15 @@ SetCompressor /SOLID lzma
 Name "${TITLE}"
 OutFile "${OUTPUT}"
 !ifdef SIGN
-    !finalize '"${SIGN}" "%1"'
-    !uninstfinalize '"${SIGN}" "%1"'
+    !finalize '"${SIGN}" "%1"' = 0
+    !uninstfinalize '"${SIGN}" "%1"' = 0
 !endif
 BrandingText "${TITLE} ${VERSION}"
 RequestExecutionLevel user
 ManifestDPIAware true
 ManifestSupportedOS all
 AllowSkipFiles off
-ShowInstDetails nevershow
+ShowInstDetails nevershow ; but for the latest line
 ShowUninstDetails nevershow
 ; The font that the language file asks for lacks on today's systems, and shows boxes.
 SetFont "Microsoft YaHei" 9
