@@ -10,6 +10,9 @@ target_compile_options(brekka_options INTERFACE -Wall -Wextra -Wpedantic -Wshado
 target_compile_options(brekka_options INTERFACE
     "$<$<CONFIG:Release>:-ffunction-sections;-fdata-sections>")
 target_link_options(brekka_options INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections>)
+# Wherever the sources lie, the programs are the same.
+target_compile_options(brekka_options INTERFACE
+    "$<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
 if(BREKKA_SANITIZE)
     target_compile_options(brekka_options INTERFACE
         -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)

@@ -7,10 +7,9 @@ name=Brekka-$(project_version)-linux-$(uname -m)
 work=$root/build/linux/archive
 id=example.brekka.Brekka
 
-# The path of the sources is not to be found in the programs: wherever it lies, they are the same.
 compile() {
     cd "$root"
-    cmake --fresh --preset release -B build/linux/tree "-DCMAKE_CXX_FLAGS=-ffile-prefix-map=$root=." "$@" >/dev/null
+    cmake --fresh --preset release -B build/linux/tree "$@" >/dev/null
     cmake --build build/linux/tree -j "$(nproc)"
 }
 
