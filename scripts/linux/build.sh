@@ -44,10 +44,10 @@ check() {
     ! grep -rl "$root" "$1" >&2 || fail 'these files name the folder that they were made in'
 }
 
-# pack FOLDER ARCHIVE : the same bytes for the same files, whoever owns them here.
+# pack FOLDER ARCHIVE : the same bytes for the same files.
 pack() {
-    tar -C "$(dirname "$1")" --sort=name --mtime="@$SOURCE_DATE_EPOCH" --owner=0 --group=0 --numeric-owner \
-        --mode=u+rw,go+r,go-w --format=gnu -cf - "$(basename "$1")" | gzip -9n >"$2"
+    tar -C "$(dirname "$1")" --sort=name --owner=0 --group=0 --numeric-owner --format=gnu -cf - "$(basename "$1")" |
+        gzip -9n >"$2"
 }
 
 install_packages "${build_packages[@]}" "${linux_packages[@]}"
@@ -56,5 +56,6 @@ compile "$@"
 rm -rf "$work" "$root/build/linux/"Brekka-*.tar.gz
 collect "$work/$name"
 check "$work/$name"
+level "$work/$name"
 pack "$work/$name" "$root/build/linux/$name.tar.gz"
 (cd "$root" && stat -c '%n: %s bytes' build/linux/Brekka-*)

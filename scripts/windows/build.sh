@@ -57,15 +57,13 @@ scripts/windows/toolkit.sh of Brekka's sources, which holds the options and the 
 TEXT
 }
 
-# finish FOLDER : signs what is ours, and gives all of it the time of the commit.
-finish() {
+# sign FOLDER : what is ours in it, if somebody signs.
+sign() {
     local file
-    if [ -n "${BREKKA_SIGN:-}" ]; then
-        for file in "$1"/*.exe; do
-            "$BREKKA_SIGN" "$file"
-        done
-    fi
-    find "$1" -exec touch -d "@$SOURCE_DATE_EPOCH" {} +
+    [ -n "${BREKKA_SIGN:-}" ] || return 0
+    for file in "$1"/*.exe; do
+        "$BREKKA_SIGN" "$file"
+    done
 }
 
 # pack FOLDER ARCHIVE : the same bytes for the same files.
@@ -99,7 +97,8 @@ work=$root/build/windows/archive
 rm -rf "$work" "$root/build/windows/"Brekka-*-{win64.zip,setup.exe}
 collect "$work/$name-win64"
 check_imports "$work/$name-win64"
-finish "$work/$name-win64"
+sign "$work/$name-win64"
+level "$work/$name-win64"
 pack "$work/$name-win64" "$root/build/windows/$name-win64.zip"
 rm "$work/$name-win64/brekka-publish.exe"
 make_installer "$work/$name-win64" "$root/build/windows/$name-setup.exe"
