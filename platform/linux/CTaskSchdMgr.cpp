@@ -123,7 +123,7 @@ bool CTaskSchdMgr::DeleteTaskOf(const wchar_t *taskName, const wchar_t *programP
         QFile file(entry);
         if (!file.open(QIODevice::ReadOnly))
             isGone = false;
-        else if (file.readAll().replace('\n', " \n").contains(start + ' '))
+        else if (file.readAll().contains(start))
             isGone = file.remove() && isGone;
     }
     return isGone;

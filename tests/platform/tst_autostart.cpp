@@ -89,6 +89,12 @@ void tst_Autostart::registersAndRemoves()
     QVERIFY(!m_scheduler.CreateTask(L"BrekkaTask", nullptr, nullptr, nullptr));
     QVERIFY(!m_scheduler.CreateTask(L"../up", L"/a", nullptr, nullptr));
     QVERIFY(!m_scheduler.DeleteTask(nullptr, true));
+    QVERIFY(!m_scheduler.DeleteTaskOf(nullptr, L"/a"));
+    QVERIFY(!m_scheduler.DeleteTaskOf(L"BrekkaTask", nullptr));
+    // Nobody can tell whose entry that is.
+    QVERIFY(QFile::link(path("nowhere"), path("config/autostart/BrekkaTask.desktop")));
+    QVERIFY(!m_scheduler.DeleteTaskOf(L"BrekkaTask", L"/a"));
+    QVERIFY(QFile::remove(path("config/autostart/BrekkaTask.desktop")));
     // A folder can't be replaced, and a file can't hold an entry; no test's rights change that.
     QVERIFY(QDir().mkpath(path("config/autostart/BrekkaTask.desktop")));
     QVERIFY(!m_scheduler.CreateTask(L"BrekkaTask", L"/a", nullptr, nullptr));
