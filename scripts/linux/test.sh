@@ -4,6 +4,7 @@
 # home whose name is as awkward as they come, beside a portable copy.
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 source "$root/scripts/demo.sh"
+source "$root/scripts/display.sh"
 
 work=$root/build/linux/test
 name=Brekka-$(project_version)-linux-$(uname -m)
@@ -23,21 +24,6 @@ set_environment() {
     portable=$HOME/portable
     game=$HOME/游戏
     plugin=$work/plugin
-}
-
-start_display() {
-    local try
-    Xvfb -displayfd 3 -screen 0 1100x760x24 -dpi 96 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
-    started+=($!)
-    for try in {1..100}; do
-        [ ! -s "$work/display" ] || break
-        sleep 0.1
-    done
-    [ -s "$work/display" ] || fail "no display, see $work/xvfb.log"
-    DISPLAY=:$(cat "$work/display")
-    export DISPLAY
-    openbox >"$work/openbox.log" 2>&1 &
-    started+=($!)
 }
 
 step() {
@@ -230,7 +216,7 @@ install_packages "${run_packages[@]}" "${linux_test_packages[@]}"
 rm -rf "$work"
 mkdir -p "$work"
 set_environment
-start_display
+start_display "$work"
 prepare
 walk
 printf 'Nothing was left behind.\n'

@@ -5,6 +5,7 @@
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 source "$root/scripts/windows/toolkit.sh"
 source "$root/scripts/demo.sh"
+source "$root/scripts/display.sh"
 source "$root/scripts/windows/walk.sh"
 source "$root/scripts/windows/installer-walk.sh"
 
@@ -36,21 +37,8 @@ make_prefix() {
     wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /v 'Microsoft YaHei' /d 'Noto Sans CJK SC' /f >/dev/null
 }
 
-# start_display : an X server on the first free display, with a window manager. Translucent windows
-# are black without a compositor.
-start_display() {
-    local number=$work/display try
-    Xvfb -displayfd 3 -screen 0 1100x760x24 -nolisten tcp 3>"$number" 2>"$work/xvfb.log" &
-    started=($! "${started[@]}")
-    for try in {1..100}; do
-        [ ! -s "$number" ] || break
-        sleep 0.1
-    done
-    [ -s "$number" ] || fail "no display, see $work/xvfb.log"
-    DISPLAY=:$(cat "$number")
-    export DISPLAY
-    openbox >"$work/openbox.log" 2>&1 &
-    started=($! "${started[@]}")
+# Translucent windows are black without it.
+start_compositor() {
     picom --backend xrender 2>"$work/picom.log" &
     started=($! "${started[@]}")
 }
@@ -92,7 +80,8 @@ rm -rf "$work"
 set_environment
 trap end_wine EXIT
 # First, because Wine's desktop doesn't come to a display later.
-start_display
+start_display "$work"
+start_compositor
 make_prefix
 mkdir -p "$WINEPREFIX/drive_c/Program Files"
 unzip -q "$archive" -d "$WINEPREFIX/drive_c/Program Files"

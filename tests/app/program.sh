@@ -5,20 +5,11 @@
 #   program.sh BIN VERSION    BIN: the folder of the programs; VERSION: what they say of themselves
 source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 source "$root/scripts/demo.sh"
+source "$root/scripts/display.sh"
 source "$root/tests/support/program.sh"
 
 version=$2
 title='^Brekka助手$'
-
-start_display() {
-    coproc server { exec Xvfb -displayfd 1 -screen 0 1100x760x24 -dpi 96 -nolisten tcp 2>"$work/xvfb"; }
-    started+=("$server_PID")
-    read -r -t 60 display <&"${server[0]}" || fail "no display: $(cat "$work/xvfb")"
-    export DISPLAY=:$display
-    openbox 2>"$work/openbox" &
-    started+=($!)
-    program=$! eventually xprop -root _NET_SUPPORTING_WM_CHECK >"$work/wm" 2>&1
-}
 
 # on_display COMMAND... : what the libraries for X keep can't be told by name once they are unloaded,
 # so leaks are looked for in the runs without a display.
@@ -154,7 +145,8 @@ name_unwritable_folder() {
 
 install_packages "${test_packages[@]}"
 export QT_QPA_PLATFORM=offscreen
-start_display
+start_display "$work"
+program=$! eventually xprop -root _NET_SUPPORTING_WM_CHECK >"$work/wm" 2>&1
 new_program
 serve "$work/out"
 write_settings "$ini" "$work/game" 1
