@@ -117,14 +117,23 @@ prepare() {
     wait_for 'the portable copy' grep -q 'gamefind ret:' "$work/portable.log"
 }
 
-walk_missing_library() {
-    step 'Without a library of Qt it says which package is missing, and does nothing.'
+# refuses CHANGE WORDS : a program that was changed so is not installed, with these words.
+refuses() {
     local poor=$work/poor message
+    rm -rf "$poor"
     cp -R "$unpacked" "$poor"
-    sed -i 's/libQt5Xml\.so\.5/libQt5Axl.so.5/g' "$poor/program/Brekka"
+    sed -i "$1" "$poor/program/Brekka"
     ! message=$("$poor/install.sh" 2>&1) || fail 'it was installed'
-    [[ $message = *'apt install libqt5axl5' ]] || fail "it said: $message"
+    [[ $message = *"$2"* ]] || fail "it said: $message"
     [ ! -e "$program" ] || fail 'something was installed'
+}
+
+walk_missing_library() {
+    step 'Without the libraries that it needs it says which packages are missing, and does nothing.'
+    refuses 's/libQt5Xml\.so\.5/libQt5Axl.so.5/g' 'apt install libqt5axl5'
+    refuses 's/libQt5Core\.so\.5/libQt5Core.so.9/g' 'apt install libqt5core5a'
+    refuses 's/GLIBCXX_3\.4/GLIBCXX_9.4/g' '版本太旧'
+    refuses 's/^.ELF/text/' '不能运行'
     ! SUDO_USER=me "$unpacked/install.sh" 2>/dev/null || fail 'it was installed for the administrator'
 }
 
@@ -181,6 +190,14 @@ walk_frozen() {
     wait_for 'the end that it was asked for' no_copy
 }
 
+walk_failure() {
+    step 'A file that can not be written makes the installation fail.'
+    mkdir "$program/ver.dll.new"
+    ! "$unpacked/install.sh" >"$work/install.log" 2>&1 || fail 'it took a part for the whole'
+    rmdir "$program/ver.dll.new"
+    printf 'cut of' >"$program/ver.dll.new" # by an interruption
+}
+
 # walk_removal COMMAND : with the plugin in the game, and a copy that runs.
 walk_removal() {
     step "Removed while it runs, by $(basename "$(dirname "$1")")/$(basename "$1"): nothing is left but what is the player's."
@@ -199,6 +216,7 @@ walk() {
     walk_install
     walk_upgrade
     walk_frozen
+    walk_failure
     gio launch "$entry" >"$work/log" 2>&1
     wait_for 'the window' is_shown
     walk_removal "$program/uninstall.sh"

@@ -22,12 +22,14 @@ packages() {
 # check_libraries : Qt comes from the distribution; without it nothing is changed.
 check_libraries() {
     command -v ldd >/dev/null || return 0
-    report=$(LC_ALL=C ldd "$here/program/Brekka" 2>&1) || fail "这台电脑不能运行此程序：$report"
+    strange=
+    report=$(LC_ALL=C ldd "$here/program/Brekka" 2>&1) || strange=yes
     missing=$(printf '%s\n' "$report" | sed -n 's/^[[:space:]]*\([^ ]*\) => not found.*/\1/p')
     # shellcheck disable=SC2086 # a list of words
     [ -z "$missing" ] || fail "缺少以下软件包，请先安装，例如：sudo apt install$(packages $missing)"
     old=$(printf '%s\n' "$report" | grep 'version .* not found' || true)
     [ -z "$old" ] || fail "系统中的库版本太旧（需要 Debian 12 或更新的发行版）：$old"
+    [ -z "$strange" ] || fail "这台电脑不能运行此程序：$report"
 }
 
 # A desktop entry has no way to name such a folder that all desktops understand.
@@ -51,11 +53,13 @@ word() {
 # put ENTRY MODE : standard input becomes the file, in one step: neither an interruption nor a full
 # disk leaves half of it.
 put() {
-    file=$(target "$1")
-    mkdir -p "$(dirname "$file")"
-    cat >"$file.new"
-    chmod "$2" "$file.new"
-    mv -f "$file.new" "$file"
+    file=$(target "$1") &&
+        mkdir -p "$(dirname "$file")" &&
+        cat >"$file.new" &&
+        chmod "$2" "$file.new" &&
+        mv -f "$file.new" "$file" && return 0
+    rm -f "$file.new"
+    return 1
 }
 
 # entries : what this version installs.
@@ -85,7 +89,7 @@ copy_files() {
         share/applications/*) write_desktop_entry <"$here/$entry" | put "$entry" 644 ;;
         program/ver.dll | share/*) put "$entry" 644 <"$here/$entry" ;;
         *) put "$entry" 755 <"$here/$entry" ;;
-        esac || exit 1
+        esac
     done
 }
 

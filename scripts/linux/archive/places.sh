@@ -37,10 +37,11 @@ target() {
     esac
 }
 
-# remove_entry ENTRY : the file, and the folders that it leaves empty.
+# remove_entry ENTRY : the file, what an interrupted installation left of it, and the folders that it
+# leaves empty.
 remove_entry() {
     file=$(target "$1") || return 0
-    rm -f "$file"
+    rm -f "$file" "$file.new"
     folder=$(dirname "$file")
     while [ "$folder" != "$HOME" ] && [ "$folder" != / ] && rmdir "$folder" 2>/dev/null; do
         folder=$(dirname "$folder")
