@@ -80,6 +80,11 @@ update="127.0.0.1:$port"
 INI
 }
 
+# remove_unsaved FILE : what a kill while FILE was being saved left beside it.
+remove_unsaved() {
+    rm -f "$1".?????? "$1.lock"
+}
+
 # setting FILE KEY : sets $value to a top-level key's value, empty when there is none. Forks nothing,
 # so that a tight loop around it takes no time away from the program that it watches.
 setting() {

@@ -85,7 +85,7 @@ is_plugin_there() {
 
 # contents : all files of the home that are the player's.
 contents() {
-    (cd "$HOME" && find . -type f -exec md5sum {} + | LC_ALL=C sort -k2)
+    (cd "$HOME" && find . -type f ! -name 'brekka.ini.*' -exec md5sum {} + | LC_ALL=C sort -k2)
 }
 
 has_program() {
@@ -115,6 +115,8 @@ prepare() {
     portable_copy=$!
     started+=("$portable_copy")
     wait_for 'the portable copy' grep -q 'gamefind ret:' "$work/portable.log"
+    # It adds to its settings once, and is to leave them alone from then on.
+    wait_for 'its settings' grep -q '^pluginloaderplayopen=' "$portable/brekka.ini"
 }
 
 # refuses CHANGE WORDS : a program that was changed so is not installed, with these words.

@@ -39,7 +39,7 @@ is_removed() {
 # only the installation has, and what the program writes.
 payload() {
     (cd "$1" && find . -type f ! -name brekka-publish.exe ! -name uninstall.exe ! -name installed.ini \
-        ! -name brekka.ini ! -path ./plugins/pluginsconfig -exec md5sum {} + | LC_ALL=C sort -k2)
+        ! -name 'brekka.ini*' ! -path ./plugins/pluginsconfig -exec md5sum {} + | LC_ALL=C sort -k2)
 }
 
 has_payload() {

@@ -80,6 +80,7 @@ installed() {
 crash_program() {
     wine taskkill /F /IM Brekka.exe >/dev/null 2>&1
     wait "$program" 2>/dev/null || true
+    remove_unsaved "$game/mods/configs/corvane.xml"
 }
 
 publish() {

@@ -38,10 +38,11 @@ recover_from_kills() {
     publish 1.2.4
     start_program
     eventually installed 1.2.4
-    # A killed program's lock may be there yet.
-    must [ "$(cd "$work/app" && find . -type f ! -name brekka.ini.lock | LC_ALL=C sort | xargs)" = \
-        './Brekka ./brekka.ini ./plugins/pluginsconfig ./ver.dll' ]
     stop_program
+    remove_unsaved "$ini"
+    remove_unsaved "$work/game/mods/configs/corvane.xml"
+    must [ "$(cd "$work/app" && find . -type f | LC_ALL=C sort | xargs)" = \
+        './Brekka ./brekka.ini ./plugins/pluginsconfig ./ver.dll' ]
 }
 
 stop_program() {
