@@ -29,7 +29,8 @@ struct UpdateManifest;
 ///
 /// The class is laid out by subject: MainWindow.cpp (construction, pages and controls),
 /// MainWindowSettings.cpp (what the settings store reports), MainWindowManifest.cpp (asking the
-/// server and deciding) and MainWindowUpdateFlow.cpp (everything from the download to the end).
+/// server and deciding), MainWindowUpdateFlow.cpp (everything from the download to the end) and
+/// MainWindowNewVersion.cpp (telling of a version that did not get installed).
 class MainWindow : public BaseWindow
 {
     Q_OBJECT

@@ -7,11 +7,9 @@
 #include "Paths.h"
 #include "ReminderWidget.h"
 
-#include <QApplication>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
-#include <QTimer>
 
 #include <utility>
 
@@ -21,7 +19,6 @@ namespace
 {
 /// Retries are made while their count is at most this, so there are four in a row.
 constexpr int LastRetry = 3;
-constexpr int FlashPeriod = 500; // milliseconds
 } // namespace
 
 void MainWindow::connectFlow()
@@ -370,43 +367,4 @@ void MainWindow::hideProgress()
 {
     m_installprogressbar->hide();
     trayIcon()->setToolTip(windowTitle());
-}
-
-void MainWindow::ShowNew()
-{
-    qDebug() << "void __thiscall MainWindow::ShowNew(void)";
-    m_newversion->show();
-    m_installPlugin->setText(InstallTexts::update());
-    if (isHidden())
-        TrayShan();
-    if (isVisible())
-        QApplication::alert(this);
-}
-
-void MainWindow::HideNew()
-{
-    qDebug() << "void __thiscall MainWindow::HideNew(void)";
-    m_newversion->hide();
-    m_installPlugin->setText(InstallTexts::install());
-    StopTrayShan();
-}
-
-void MainWindow::TrayShan()
-{
-    qDebug() << "void __thiscall MainWindow::TrayShan(void)";
-    m_shanTimer->start(FlashPeriod);
-}
-
-void MainWindow::OnTimerShanTray()
-{
-    ++m_shanCount;
-    const bool blank = m_shanCount % 2 != 0;
-    trayIcon()->setIcon(
-        QIcon(blank ? QStringLiteral(":/images/null.png") : QStringLiteral(":/images/icon.png")));
-}
-
-void MainWindow::StopTrayShan()
-{
-    m_shanTimer->stop();
-    trayIcon()->setIcon(QIcon(QStringLiteral(":/images/icon.png")));
 }
