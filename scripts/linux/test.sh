@@ -200,10 +200,20 @@ walk_failure() {
     printf 'cut of' >"$program/ver.dll.new" # by an interruption
 }
 
-# walk_removal COMMAND : with the plugin in the game, and a copy that runs.
+walk_locked() {
+    step 'A plugin that can not be removed keeps everything, so that it can be tried again.'
+    local file=$game/mods/1.24.0/corvane/assets/atlas.bin
+    rm "$file"
+    mkdir "$file"
+    ! "$unpacked/uninstall.sh" >"$work/uninstall.log" 2>&1 || fail 'it took a part for the whole'
+    stored pver 1.2.0 || fail 'the settings were not kept'
+    rmdir "$file"
+}
+
+# walk_removal COMMAND... : whatever is there and runs.
 walk_removal() {
-    step "Removed while it runs, by $(basename "$(dirname "$1")")/$(basename "$1"): nothing is left but what is the player's."
-    "$1" >"$work/uninstall.log" 2>&1 || fail "the removal ended with $?"
+    step "Removed by $(basename "$(dirname "$1")")/$(basename "$1")${2:+ $2}: nothing is left but what is the player's."
+    "$@" >"$work/uninstall.log" 2>&1 || fail "the removal ended with $?"
     no_copy || fail 'a copy goes on'
     diff <(printf '%s\n' "$contents") <(contents) >&2 || fail 'other files than before'
     ! find "$HOME" -name portable -prune -o -iname '*brekka*' ! -name BrekkaTask.desktop -print | grep . >&2 || fail 'left behind'
@@ -221,13 +231,15 @@ walk() {
     walk_failure
     gio launch "$entry" >"$work/log" 2>&1
     wait_for 'the window' is_shown
+    truncate -s -1 "$program/installed.txt" # an editor's doing
     walk_removal "$program/uninstall.sh"
     [ -e "$logon" ] || fail 'the logon entry of the portable copy is gone'
     rm "$logon"
     contents=$(contents)
     walk_install
     write_logon_entry "$program"
-    walk_removal "$unpacked/uninstall.sh"
+    walk_locked
+    walk_removal "$unpacked/uninstall.sh" --keep-plugin
     [ ! -e "$logon" ] || fail 'its logon entry is left'
 }
 
