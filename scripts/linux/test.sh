@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Walks through the life of the archive that scripts/linux/build.sh made: installed, started from its
-# desktop entry, installed over the running copy, removed while it runs; on a display of its own, in a
-# home whose name is as awkward as they come, beside a portable copy.
+# desktop entry, installed over the running copy, removed while it runs, and what goes wrong with that;
+# on a display of its own, in a home whose name is as awkward as they come, beside a portable copy.
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 source "$root/scripts/demo.sh"
 source "$root/scripts/display.sh"
@@ -20,6 +20,7 @@ set_environment() {
     mkdir -m 700 "$XDG_RUNTIME_DIR"
     program=$HOME/.local/share/brekka
     entry=$HOME/.local/share/applications/$id.desktop
+    icons=$HOME/.local/share/icons/hicolor
     logon=$HOME/.config/autostart/BrekkaTask.desktop
     portable=$HOME/portable
     game=$HOME/游戏
@@ -44,9 +45,10 @@ wait_for() {
 }
 
 copies() {
-    local link
-    for link in /proc/[0-9]*/exe; do
-        case $(readlink "$link") in
+    local link target
+    # Processes that end meanwhile make it fail.
+    { find /proc/[0-9]*/exe -maxdepth 0 -printf '%p %l\n' 2>/dev/null || true; } | while read -r link target; do
+        case $target in
         "$program/Brekka"*) printf '%s\n' "$link" | tr -dc '0-9\n' ;;
         esac
     done
@@ -119,29 +121,43 @@ prepare() {
     wait_for 'its settings' grep -q '^pluginloaderplayopen=' "$portable/brekka.ini"
 }
 
-# refuses CHANGE WORDS : a program that was changed so is not installed, with these words.
+# refuses WORDS COMMAND... : with a program that the command was used on nothing is installed, and
+# these words tell why.
 refuses() {
-    local poor=$work/poor message
+    local poor=$work/poor message words=$1
+    shift
     rm -rf "$poor"
     cp -R "$unpacked" "$poor"
-    sed -i "$1" "$poor/program/Brekka"
+    "$@" "$poor/program/Brekka"
     ! message=$("$poor/install.sh" 2>&1) || fail 'it was installed'
-    [[ $message = *"$2"* ]] || fail "it said: $message"
+    [[ $message = *"$words"* ]] || fail "it said: $message"
     [ ! -e "$program" ] || fail 'something was installed'
 }
 
-walk_missing_library() {
+walk_refusal() {
     step 'Without the libraries that it needs it says which packages are missing, and does nothing.'
-    refuses 's/libQt5Xml\.so\.5/libQt5Axl.so.5/g' 'apt install libqt5axl5'
-    refuses 's/libQt5Core\.so\.5/libQt5Core.so.9/g' 'apt install libqt5core5a'
-    refuses 's/GLIBCXX_3\.4/GLIBCXX_9.4/g' '版本太旧'
-    refuses 's/^.ELF/text/' '不能运行'
+    refuses 'apt install libqt5axl5' sed -i 's/libQt5Xml\.so\.5/libQt5Axl.so.5/g'
+    refuses 'apt install libqt5core5a' sed -i 's/libQt5Core\.so\.5/libQt5Core.so.9/g'
+    refuses '版本太旧' sed -i 's/GLIBCXX_3\.4/GLIBCXX_9.4/g'
+    refuses '这台电脑不能运行' sed -i 's/^.ELF/text/'
+    refuses '请解压到' chmod -x
     ! SUDO_USER=me "$unpacked/install.sh" 2>/dev/null || fail 'it was installed for the administrator'
+    ! XDG_DATA_HOME=$work/50% "$unpacked/install.sh" 2>/dev/null || fail 'it was installed where desktops do not find it'
+}
+
+walk_failure() {
+    step 'An installation that can not write a file fails, and what is there of it can be removed.'
+    mkdir -p "$program/Brekka"
+    ! "$unpacked/install.sh" >"$work/install.log" 2>&1 || fail 'it took a part for the whole'
+    [ "$(grep -cE '不能写入|请再次运行' "$work/install.log")" = 2 ] || fail 'it does not say so'
+    rmdir "$program/Brekka"
+    printf 'cut of' >"$program/ver.dll.new" # by an interruption
+    walk_removal "$unpacked/uninstall.sh"
 }
 
 walk_install() {
     step 'Installed, and started from the desktop entry with its own folder as the current one.'
-    "$unpacked/install.sh" >"$work/install.log"
+    (cd "$work" && CDPATH=$work "$name/install.sh" >install.log)
     has_program || fail 'not what the archive holds'
     no_copy || fail 'started by the installation'
     desktop-file-validate "$entry"
@@ -158,7 +174,9 @@ walk_install() {
 age_installation() {
     mkdir "$program/old"
     printf 'old' | tee "$program/old/more" "$program/ver.dll" >"$HOME/.local/share/other/file"
-    printf '%s\n' program/old/more program/../other/file ../file nonsense >>"$program/installed.txt"
+    printf '%s\n' program/old/more program/../other/file share/other/file ../file program/plugins nonsense \
+        >>"$program/installed.txt"
+    touch -d @0 "$icons"
 }
 
 walk_upgrade() {
@@ -172,6 +190,7 @@ walk_upgrade() {
     has_program || fail 'not what the archive holds'
     [ ! -e "$program/old" ] || fail 'a file of the older version was left'
     [ -e "$HOME/.local/share/other/file" ] || fail 'a file outside was removed'
+    [ "$(stat -c %Y "$icons")" != 0 ] || fail 'desktops would trust a cache that lacks new icons'
     { stored interval 5 && stored pver 1.2.0; } || fail 'the settings were not kept'
     [ "$(md5sum <"$program/plugins/pluginsconfig")" = "$package" ] || fail 'the package was not kept'
     ! is_shown || fail 'it opened its window'
@@ -190,14 +209,6 @@ walk_frozen() {
     [ "$result" = 3 ] || fail "the installation ended with $result"
     has_program || fail 'files were changed'
     wait_for 'the end that it was asked for' no_copy
-}
-
-walk_failure() {
-    step 'A file that can not be written makes the installation fail.'
-    mkdir "$program/ver.dll.new"
-    ! "$unpacked/install.sh" >"$work/install.log" 2>&1 || fail 'it took a part for the whole'
-    rmdir "$program/ver.dll.new"
-    printf 'cut of' >"$program/ver.dll.new" # by an interruption
 }
 
 walk_locked() {
@@ -224,11 +235,11 @@ walk() {
     printf 'old' >"$HOME/.local/share/other/file"
     write_logon_entry "$portable"
     contents=$(contents)
-    walk_missing_library
+    walk_refusal
+    walk_failure
     walk_install
     walk_upgrade
     walk_frozen
-    walk_failure
     gio launch "$entry" >"$work/log" 2>&1
     wait_for 'the window' is_shown
     truncate -s -1 "$program/installed.txt" # an editor's doing

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs Brekka for the user who runs this, or puts this version in the place of another.
 set -eu
-here=$(cd "$(dirname "$0")" && pwd -P)
+here=$(CDPATH='' cd -- "$(dirname "$0")" && pwd -P)
 # shellcheck source=/dev/null
 . "$here/places.sh"
 
@@ -21,6 +21,8 @@ packages() {
 
 # check_libraries : Qt comes from the distribution; without it nothing is changed.
 check_libraries() {
+    # On a disk that nothing may be run from, even looking at them fails.
+    [ -x "$here/program/Brekka" ] || fail "这个文件夹中的程序不能运行。请解压到你自己的用户文件夹，然后重试：$here"
     command -v ldd >/dev/null || return 0
     strange=
     report=$(LC_ALL=C ldd "$here/program/Brekka" 2>&1) || strange=yes
@@ -35,8 +37,7 @@ check_libraries() {
 # A desktop entry has no way to name such a folder that all desktops understand.
 check_folder() {
     case $program in
-    *[%=]* | *'
-'*) fail "文件夹路径中不能有百分号、等号或换行：$program" ;;
+    *[%=[:cntrl:]]*) fail "文件夹路径中不能有百分号、等号或控制字符：$program" ;;
     esac
 }
 
@@ -53,19 +54,19 @@ word() {
 # put ENTRY MODE : standard input becomes the file, in one step: neither an interruption nor a full
 # disk leaves half of it.
 put() {
-    file=$(target "$1") &&
+    target "$1" &&
         mkdir -p "$(dirname "$file")" &&
         cat >"$file.new" &&
         chmod "$2" "$file.new" &&
         mv -f "$file.new" "$file" && return 0
+    printf '%s\n' "不能写入：$file" >&2
     rm -f "$file.new"
     return 1
 }
 
 # entries : what this version installs.
 entries() {
-    (cd "$here" && find program share -type f | LC_ALL=C sort)
-    printf 'bin/brekka\n'
+    (cd "$here" && find program share -type f && printf 'bin/brekka\n') | LC_ALL=C sort
 }
 
 # The program's folder is the current one wherever it is started: its settings lie there.
@@ -93,17 +94,12 @@ copy_files() {
     done
 }
 
-# remove_outdated : what the version before had and this one hasn't. The list is anybody's to edit.
+# remove_outdated : what the version before had and this one hasn't.
 remove_outdated() {
-    [ -f "$list" ] || return 0
-    while IFS= read -r entry; do
-        entries | grep -qxF -- "$entry" || remove_entry "$entry"
-    done <"$list"
-}
-
-# After an interruption the old list is still there for the next installation.
-write_list() {
     entries >"$list.new"
+    LC_ALL=C grep -vxFf "$list.new" "$list" | while IFS= read -r entry; do
+        remove_entry "$entry"
+    done
     mv -f "$list.new" "$list"
 }
 
@@ -119,10 +115,16 @@ restart() {
 refuse_sudo
 check_folder
 check_libraries
+mkdir -p "$program"
 end_copy
+trap 'printf "%s\n" "安装没有完成。解决以上问题后，请再次运行 install.sh。" >&2' EXIT
+# Before the files, so that what an interruption leaves can be removed.
+entries >>"$list"
 copy_files
 remove_outdated
-write_list
+# Else a cache there, older than our icons, would hide them.
+touch "$data/icons/hicolor"
+trap - EXIT
 restart
 printf '%s\n' "Brekka助手已安装。可以从应用程序菜单启动，或运行：$commands/brekka"
 printf '%s\n' "卸载：$program/uninstall.sh"

@@ -26,24 +26,26 @@ refuse_sudo() {
     [ -z "${SUDO_USER:-}" ] || fail "请直接运行，不要使用 sudo：Brekka助手只安装在你自己的用户文件夹中。"
 }
 
-# target ENTRY : where an entry of the list lies; fails for what no installation puts there.
+# target ENTRY : sets $file to where an entry of the list lies; fails for what no installation puts
+# there. The list is anybody's to edit.
 target() {
     case /$1/ in
     */../*) return 1 ;;
-    /program/?*) printf '%s\n' "$program/${1#program/}" ;;
-    /share/?*) printf '%s\n' "$data/${1#share/}" ;;
-    /bin/?*) printf '%s\n' "$commands/${1#bin/}" ;;
+    /program/?*) file=$program/${1#program/} ;;
+    /share/*/"$id".*) file=$data/${1#share/} ;;
+    /bin/brekka/) file=$commands/brekka ;;
     *) return 1 ;;
     esac
+    [ ! -d "$file" ]
 }
 
 # remove_entry ENTRY : the file, what an interrupted installation left of it, and the folders that it
 # leaves empty.
 remove_entry() {
-    file=$(target "$1") || return 0
+    target "$1" || return 0
     rm -f "$file" "$file.new"
     folder=$(dirname "$file")
-    while [ "$folder" != "$HOME" ] && [ "$folder" != / ] && rmdir "$folder" 2>/dev/null; do
+    while [ "$folder" != "${HOME%/}" ] && [ "$folder" != / ] && rmdir "$folder" 2>/dev/null; do
         folder=$(dirname "$folder")
     done
 }
