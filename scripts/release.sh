@@ -10,12 +10,12 @@ out=$root/build/release-$version
 # release_notes : the version's part of the change log, without its heading.
 release_notes() {
     awk -v heading="## $version" '/^## / { inside = $0 == heading; next } inside' "$root/CHANGELOG.md" |
-        sed -e '/./,$!d'
+        sed -e '/[^[:space:]]/,$!d'
 }
 
 check_tree() {
     local changes
-    changes=$(git -C "$root" status --porcelain) || fail 'a release is made of a commit, and this is no clone'
+    changes=$(git -C "$root" status --porcelain --untracked-files) || fail 'a release is made of a commit, and this is no clone'
     [ -z "$changes" ] || fail "commit these first, or take them away:"$'\n'"$changes"
     [ -n "$(release_notes)" ] || fail "CHANGELOG.md has no notes for version $version"
 }
@@ -35,9 +35,9 @@ case " $* " in
 *) printf 'Without -DBREKKA_UPDATE_HOST=... these programs will look for updates on the machine they run on.\n' ;;
 esac
 set_source_date
+rm -rf "$out" "$out.part" # nobody is to take an earlier one for what failed
 "$root/scripts/windows/build.sh" "$@"
 "$root/scripts/linux/build.sh" "$@"
-rm -rf "$out" "$out.part"
 mkdir -p "$out.part"
 collect "$out.part"
 mv "$out.part" "$out"

@@ -41,7 +41,7 @@ collect() {
 check() {
     desktop-file-validate "$1/share/applications/$id.desktop"
     appstreamcli validate --no-net "$1/share/metainfo/$id.metainfo.xml"
-    ! grep -rl "$root" "$1" >&2 || fail 'these files name the folder that they were made in'
+    ! grep -rlF -- "$root" "$1" >&2 || fail 'these files name the folder that they were made in'
 }
 
 # pack FOLDER ARCHIVE : the same bytes for the same files.
