@@ -14,7 +14,6 @@ private slots:
     {
         QTemporaryDir dir;
         QDir::setCurrent(dir.path());
-        const QStringList left{"brekka.ini", "evil", "game/0"};
         for (const char *file : {"evil", "game/0", "game/a", "game/mods/deep/b", "game/模型/c"})
             Files::write(file, "x");
         PluginFileList list;
@@ -32,7 +31,7 @@ private slots:
         store.WriteSetting("game", dir.filePath("game"));
         const QByteArray settings = Files::read("brekka.ini");
         UnInstallPlugin().RemovePluginFiles();
-        QCOMPARE(Files::readTree(".").keys(), left);
+        QCOMPARE(Files::readTree(".").keys(), (QStringList{"brekka.ini", "evil", "game/0"}));
         QCOMPARE(Files::read("brekka.ini"), settings);
     }
 };

@@ -34,7 +34,7 @@ void tst_UpdateManifest::roundTrip()
                              "res/模型/b", "it's \"quoted\"", "😀/\u2028\x7f\u00e9"})
         written.files->insert(path, "1");
     const QJsonObject good = written.toJson();
-    for (const char *path : {"", ".", "..", "../a", "..\\a", "a/../../b", "a\\..\\..\\b", "/a",
+    for (const char *path : {"", ".", "..", "../a/b", "..\\a", "a/../../b/c", "a\\..\\..\\b", "/a",
                              "\\a", "C:\\a", "c:a", "a/b:stream", "a/.."})
         written.files->insert(path, "1");
     const auto got = read(QJsonDocument(written.toJson()).toJson());

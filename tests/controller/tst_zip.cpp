@@ -46,6 +46,11 @@ private slots:
         row("folders that look like files",
             Files::zip({{"f", {}}, {"f/c/d", "1"}, {"mods/", {}}, {"mods/e", "2"}, {"none/", {}}}),
             {{"f/c/d", "1"}, {"mods/e", "2"}}, {20, 40, 60, 80, 100});
+        // The three bytes that a "3" is packed into stand for themselves.
+        const QByteArray stored =
+            claiming(Files::zip({{"a", "1"}, {"b", "3"}}), Method, QByteArray("\0", 1));
+        row("stored", claiming(claiming(stored, Size, "\3"), Crc, "\x5d\x25\x36\x8f"),
+            {{"a", "1"}, {"b", QByteArray("\x33\6\0", 3)}}, {50, 100});
         const QByteArray link = "\xa1"; // upper byte of a symbolic link's mode
         row("a link that climbs is skipped",
             claiming(Files::zip({{"a", "1"}, {"b/../../evil", "/"}}), Mode, link), {{"a", "1"}},

@@ -1,8 +1,8 @@
 #include "RecordingScheduler.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -42,23 +42,23 @@ std::wstring textOf(char parameter, uintptr_t value)
                                      : L"?";
 }
 
-/// Takes the call down and carries it out. Every parameter of these interfaces takes one register
-/// or one place on the stack, so eight of them cover the longest call.
+/// Carries the call out if it is the expected one. Every parameter of these interfaces takes one
+/// register or one place on the stack, so eight of them cover the longest call.
 HRESULT perform(Object *self, size_t slot, const uintptr_t (&values)[8])
 {
-    const size_t number = current->calls.size();
+    const size_t number = current->calls++;
     const Call wanted = number < current->expected.size() ? current->expected[number] : Call();
-    if (wanted.interfaceName != self->interfaceName || wanted.offset != slot * sizeof(void *)) {
-        current->calls.push_back(self->interfaceName + L" out of turn: " + std::to_wstring(slot));
+    const bool isInTurn =
+        wanted.interfaceName == self->interfaceName && wanted.offset == slot * sizeof(void *);
+    std::wstring given;
+    for (size_t i = 0; isInTurn && i < wanted.parameters.size(); ++i)
+        if (!std::strchr("m>ctp", wanted.parameters[i]))
+            given += (given.empty() ? L"" : L" ") + textOf(wanted.parameters[i], values[i]);
+    if (!isInTurn || given != wanted.values) {
+        std::printf("  %ls %d: %ls\n", self->interfaceName.c_str(), int(slot), given.c_str());
+        current->surprised = true;
         return E_FAIL;
     }
-    Call made = wanted;
-    made.values.clear();
-    for (size_t i = 0; i < wanted.parameters.size(); ++i)
-        if (!std::strchr("m>ctp", wanted.parameters[i]))
-            made.values +=
-                (made.values.empty() ? L"" : L" ") + textOf(wanted.parameters[i], values[i]);
-    current->calls.push_back(made.text());
     const bool fails = current->failing.count(number) > 0;
     const char last = wanted.parameters.back();
     const uintptr_t out = values[wanted.parameters.size() - 1];
@@ -106,9 +106,8 @@ ULONG release(Object *self)
 {
     if (--self->references > 0)
         return self->references;
-    auto &live = current->live;
-    current->releasedOutOfOrder |= live.empty() || live.back() != self;
-    live.erase(std::remove(live.begin(), live.end(), self), live.end());
+    if (!current->live.empty() && current->live.back() == self)
+        current->live.pop_back();
     delete self;
     return 0;
 }

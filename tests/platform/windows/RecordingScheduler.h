@@ -17,18 +17,16 @@
 struct Call {
     std::wstring interfaceName;
     size_t offset;
-    std::wstring method;
     std::string parameters;
     std::wstring values = {};    ///< what goes in, as text
     std::wstring handedOut = {}; ///< the interface of the new object
-    std::wstring text() const { return interfaceName + L'.' + method + L' ' + values; }
 };
 
-#define METHOD(Interface, name) L## #Interface, offsetof(Interface##Vtbl, name), L## #name
+#define METHOD(Interface, name) L## #Interface, offsetof(Interface##Vtbl, name)
 
 /// A Task Scheduler of the test process: what CoCreateInstance finds on this thread while the
-/// object lives. It carries out the calls that it is told to expect, in their order; each call is
-/// taken down with the values that really came.
+/// object lives. It carries out the calls that it is told to expect, in their order, and refuses
+/// all others.
 class RecordingScheduler
 {
 public:
@@ -36,13 +34,13 @@ public:
     ~RecordingScheduler();
 
     const std::vector<Call> expected;
-    std::vector<std::wstring> calls;     ///< Call::text(), or what was called out of turn
+    size_t calls = 0;                    ///< how many came
+    bool surprised = false;              ///< whether one was not the expected one, which is told
     std::set<size_t> failing;            ///< numbers of the calls, from 0, that answer E_FAIL
     std::vector<std::wstring> taskNames; ///< the tasks that our folder holds
     std::wstring program;                ///< what our task starts
-    std::vector<const void *> live;      ///< objects not given back yet, the latest last
-    bool releasedOutOfOrder = false;     ///< whether one was given back before a later one
-    long classReferences() const;        ///< references to the class object not given back
+    std::vector<const void *> live; ///< objects not given back, or given back before a later one
+    long classReferences() const;   ///< references to the class object not given back
 
 private:
     unsigned long m_registration = 0;
