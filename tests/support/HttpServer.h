@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QPair>
 #include <QTcpServer>
+#include <QTcpSocket>
 #include <QUrl>
 #include <QVector>
 
@@ -41,8 +42,8 @@ public:
     explicit HttpServer(QObject *parent = nullptr);
 
     /// "127.0.0.1:PORT".
-    QString authority() const;
-    QUrl url(const QString &pathAndQuery) const;
+    QString authority() const { return QString("127.0.0.1:%1").arg(m_server.serverPort()); }
+    QUrl url(const QString &target) const { return QUrl("http://" + authority() + target); }
 
     /// Replaces the script of \a path: its answers go out in order, the last one repeats. Paths are
     /// compared without query and with runs of slashes collapsed to one, because a client may put
@@ -51,9 +52,9 @@ public:
 
     /// The requests so far, in order of arrival; those of \a path only when one is given.
     QVector<HttpRecord> requests(const QString &path = QString()) const;
-    int count(const QString &path) const;
+    int count(const QString &path) const { return requests(path).size(); }
     /// Connections that are open right now.
-    int connections() const;
+    int connections() const { return m_server.findChildren<QTcpSocket *>().size(); }
 
 private:
     void accept();
