@@ -1,6 +1,5 @@
 #include "UpdateScene.h"
 
-#include "BusyButton.h"
 #include "CustMessagebox.h"
 #include "Paths.h"
 #include "ReminderWidget.h"
@@ -9,57 +8,65 @@
 #include <QApplication>
 #include <QDir>
 #include <QMutex>
-#include <QProgressBar>
-#include <QSettings>
+#include <QRegularExpression>
 
 #include <algorithm>
 
 namespace
 {
-QStringList *debugLines = nullptr;
 QtMessageHandler standardHandler = nullptr;
 constexpr int FirstSerial = 1001;
 
-void record(QtMsgType type, const QMessageLogContext &context, const QString &text)
+/// The debug lines of all threads so far, after adding \a more.
+QStringList debugLines(const QStringList &more = {})
 {
     static QMutex mutex;
-    {
-        const QMutexLocker lock(&mutex);
-        *debugLines += text;
-    }
-    standardHandler(type, context, text);
+    static QStringList lines;
+    const QMutexLocker lock(&mutex);
+    return lines += more;
 }
 } // namespace
 
-UpdateScene::UpdateScene()
+UpdateScene::UpdateScene(bool signs)
 {
-    static QStringList lines;
-    debugLines = &lines;
-    standardHandler = qInstallMessageHandler(record);
+    standardHandler = qInstallMessageHandler([](auto type, auto &context, auto &text) {
+        debugLines({text});
+        standardHandler(type, context, text);
+    });
     qApp->installEventFilter(this);
-    connect(&m_closing, &QTimer::timeout, this, &UpdateScene::closeBox);
+    connect(&m_closing, &QTimer::timeout, this, [this] {
+        auto *box = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        if (box && mayClose())
+            box->findChild<QDialogButtonBox *>()->buttons().first()->click();
+    });
     m_closing.start(20);
     QDir().mkpath(m_dir.filePath("root/app"));
     QDir::setCurrent(m_dir.filePath("root/app"));
     qputenv("WINEPREFIX", m_dir.path().toLocal8Bit()); // no game is registered there
 
+    if (signs) {
+        QString error;
+        for (const char *name : {"key1", "key2", "key3"})
+            m_signers.push_back(*SigningKey::create(m_dir.filePath(name), &error));
+        signBy(1);
+    }
     const Files::Tree plugin = UpdateServer::samplePlugin();
     offer("1.2.3");
     for (auto file = plugin.begin(); file != plugin.end(); ++file)
         Files::write(game() + '/' + file.key(), file.value());
     Files::write(game() + "/WorldOfTanks.exe", {});
     Files::write(Paths::packageFile(), server.archive);
-    SettingsProcessor store;
-    const std::pair<const char *, QVariant> settings[] = {
-        {"filemd5", QVariant::fromValue(*server.offered.files)},
-        {"packagecheck", *server.offered.packageMd5},
-        {"game", game()},
-        {"interval", 3600},
-        {"pver", "1.2.3"},
-        {"updatedate", "2021-03-05"},
-        {"lastcheckret", true}};
-    for (const auto &[key, value] : settings)
-        store.WriteSetting(key, value);
+    SettingsProcessor().WriteSetting("filemd5", QVariant::fromValue(*server.offered.files));
+    stored().setValue("packagecheck", *server.offered.packageMd5);
+    stored().setValue("game", game());
+    stored().setValue("interval", 3600);
+    stored().setValue("pver", "1.2.3");
+    stored().setValue("updatedate", "2021-03-05");
+    stored().setValue("lastcheckret", true);
+    if (signs) {
+        stored().setValue("manifestserial", *server.offered.serial);
+        stored().setValue("packagesha256", *server.offered.packageSha256);
+    }
 }
 
 UpdateScene::~UpdateScene()
@@ -69,49 +76,13 @@ UpdateScene::~UpdateScene()
     QDir::setCurrent(QDir::rootPath());
 }
 
-void UpdateScene::set(const QString &key, const QVariant &value)
-{
-    QSettings("brekka.ini", QSettings::IniFormat).setValue(key, value);
-}
-
-QVariant UpdateScene::stored(const QString &key) const
-{
-    return QSettings("brekka.ini", QSettings::IniFormat).value(key);
-}
-
-void UpdateScene::sign()
-{
-    QString error;
-    for (const char *name : {"key1", "key2", "key3"})
-        m_signers.push_back(*SigningKey::create(m_dir.filePath(name), &error));
-    signBy(1);
-}
-
-void UpdateScene::trust()
-{
-    sign();
-    m_trusted = {m_signers[0].publicKey(), m_signers[1].publicKey()};
-    offer("1.2.3");
-    // Packed a moment later, it is another archive.
-    Files::write(Paths::packageFile(), server.archive);
-    set("packagecheck", *server.offered.packageMd5);
-    set("manifestserial", *server.offered.serial);
-    set("packagesha256", *server.offered.packageSha256);
-}
-
 void UpdateScene::start(bool visible)
 {
-    window = std::make_unique<MainWindow>(Hosts{server.authority(), {}, {}, {}}, m_trusted);
-    if (visible)
-        window->show();
-}
-
-void UpdateScene::startAndSettle()
-{
-    start();
-    WAIT_FOR(logged("本地插件文件正确，自动更新完成") == 1);
-    m_manifestsBefore = server.count(UpdateServer::Manifest);
-    m_packagesBefore = server.count(UpdateServer::Package);
+    ManifestSignature::Keys trusted;
+    if (server.key)
+        trusted = {m_signers[0].publicKey(), m_signers[1].publicKey()};
+    window = std::make_unique<MainWindow>(Hosts{server.authority(), {}, {}, {}}, trusted);
+    window->setVisible(visible);
 }
 
 void UpdateScene::offer(const QString &version)
@@ -136,37 +107,36 @@ QString UpdateScene::installedVersion() const
 
 bool UpdateScene::isInstalled(const QString &version) const
 {
-    return installedVersion() == version && stored("pver") == version &&
-           stored("lastcheckret").toBool();
+    return installedVersion() == version && stored().value("pver") == version &&
+           stored().value("lastcheckret").toBool();
 }
 
-QStringList UpdateScene::state(bool requests) const
+QStringList UpdateScene::state() const
 {
-    QStringList state;
+    QStringList state{QString("%1+%2")
+                          .arg(server.count(UpdateServer::Manifest))
+                          .arg(server.count(UpdateServer::Package))};
     const auto add = [&state](bool differs, const QString &what) {
         if (differs)
             state += what;
     };
-    const QString version = installedVersion(), pver = stored("pver").toString();
-    const QString label = widget<QPushButton>("m_installPlugin")->text();
-    add(requests, QString("%1+%2")
-                      .arg(server.count(UpdateServer::Manifest) - m_manifestsBefore)
-                      .arg(server.count(UpdateServer::Package) - m_packagesBefore));
+    const QString version = installedVersion(), pver = stored().value("pver").toString();
+    const QString check = stored().value("packagecheck").toString(),
+                  label = text("m_installPlugin");
+    const int serial = stored().value("manifestserial").toInt();
     add(version != "1.2.3", "game " + version);
     add(pver != "1.2.3", "pver " + pver);
-    const QString check = stored("packagecheck").toString();
     add(check.isEmpty(), "no check");
     add(!check.isEmpty() && check != server.offered.packageMd5, "check old");
-    const int serial = stored("manifestserial").toInt();
     add(serial > FirstSerial, QString("serial +%1").arg(serial - FirstSerial));
-    add((serial > 0) != stored("packagesha256").isValid(), "half signed");
-    add(stored("plugins/mods/more").isValid(), "lists more");
-    add(!stored("lastcheckret").toBool(), "unverified");
+    add((serial > 0) != stored().value("packagesha256").isValid(), "half signed");
+    add(stored().value("plugins/mods/more").isValid(), "lists more");
+    add(!stored().value("lastcheckret").toBool(), "unverified");
     add(!QFile::exists(Paths::packageFile()), "no package");
     add(label != "安装插件", label);
-    add(widget<BusyButton>("m_installPlugin")->isBusy(), "at work");
-    add(!widget<QLabel>("m_newversion")->isHidden(), "badge");
-    add(!widget<QProgressBar>("m_installprogressbar")->isHidden(), "bar");
+    add(isAtWork(), "at work");
+    add(!window->findChild<QWidget *>("m_newversion")->isHidden(), "badge");
+    add(!window->findChild<QWidget *>("m_installprogressbar")->isHidden(), "bar");
     add(hasTimer(500), "flashing");
     return state + shown;
 }
@@ -181,26 +151,18 @@ bool UpdateScene::hasTimer(int interval) const
 
 int UpdateScene::logged(const QString &text) const
 {
-    return debugLines->filter(text).size();
+    return debugLines().filter(text).size();
 }
 
 QStringList UpdateScene::strays() const
 {
-    QStringList strays;
     const QStringList files = Files::readTree(m_dir.path()).keys();
-    for (const QString &file : files) {
-        if (!file.startsWith("key") && !file.startsWith("root/game/") &&
-            !file.startsWith("root/app/brekka.ini"))
-            strays += file;
-    }
-    return strays;
+    return files.filter(QRegularExpression("^(?!key|root/game/|root/app/brekka.ini)"));
 }
 
-void UpdateScene::closeBox()
+QString UpdateScene::text(const QString &name) const
 {
-    auto *box = qobject_cast<QDialog *>(QApplication::activeModalWidget());
-    if (box && (!mayClose || mayClose()))
-        box->findChild<QDialogButtonBox *>()->buttons().first()->click();
+    return window->findChild<QWidget *>(name)->property("text").toString();
 }
 
 bool UpdateScene::eventFilter(QObject *object, QEvent *event)
@@ -208,11 +170,9 @@ bool UpdateScene::eventFilter(QObject *object, QEvent *event)
     const auto *widget = qobject_cast<QWidget *>(object);
     if (event->type() != QEvent::Show || !widget || !widget->isWindow())
         return false;
-    if (qobject_cast<const CustMessagebox *>(widget)) {
+    if (qobject_cast<const CustMessagebox *>(widget))
         shown += "box " + widget->findChild<QLabel *>()->text();
-    } else if (qobject_cast<const ReminderWidget *>(widget)) {
-        const bool atWork = this->widget<BusyButton>("m_installPlugin")->isBusy();
-        shown += (atWork ? "toast " : "unasked toast ") + widget->findChild<QLabel *>()->text();
-    }
+    else if (qobject_cast<const ReminderWidget *>(widget))
+        shown += (isAtWork() ? "toast " : "unasked toast ") + widget->findChild<QLabel *>()->text();
     return false;
 }

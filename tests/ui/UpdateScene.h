@@ -1,10 +1,11 @@
 #pragma once
 
+#include "BusyButton.h"
 #include "MainWindow.h"
 #include "UpdateServer.h"
 #include "WaitFor.h"
 
-#include <QStringList>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QTimer>
 
@@ -20,29 +21,25 @@
 class UpdateScene : public QObject
 {
 public:
-    UpdateScene();
+    /// With \a signs, there are three keys: the server signs by the first, and the window trusts
+    /// the first two.
+    explicit UpdateScene(bool signs);
     ~UpdateScene() override;
 
     /// Makes the window, which reads the settings and begins an automatic check.
-    void start(bool visible = true);
-    /// As \a start, up to the end of that check, which then doesn't count any more.
-    void startAndSettle();
-    /// Changes the settings file; for the time before start().
-    void set(const QString &key, const QVariant &value);
-    QVariant stored(const QString &key) const;
-    /// Makes three keys; from here on the server signs by the first.
-    void sign();
-    /// The same, and the window, still to be made, trusts the first two.
-    void trust();
+    void start(bool visible);
+    /// The settings file, to be changed before start().
+    QSettings stored() const { return QSettings("brekka.ini", QSettings::IniFormat); }
     void signBy(int key) { server.key = m_signers[size_t(key - 1)]; }
-
     /// Offers a plugin that differs from 1.2.3 in one file.
     void offer(const QString &version);
 
-    /// Everything in which the world differs from 1.2.3 being installed, verified and shown, and
-    /// what the user was shown meanwhile. \a requests counts them, too, as manifests + packages.
-    QStringList state(bool requests) const;
+    /// How often the server was asked, as manifests + packages, everything in which the world
+    /// differs from 1.2.3 being installed, verified and shown, and what the user was shown.
+    QStringList state() const;
     bool isInstalled(const QString &version) const;
+    /// Whether the button shows that a run of the user's is under way.
+    bool isAtWork() const { return window->findChild<BusyButton *>()->isBusy(); }
     /// Whether the window has a timer of so many milliseconds at work.
     bool hasTimer(int interval) const;
     /// How often a debug line with \a text was written.
@@ -50,31 +47,24 @@ public:
     /// Every file where none belongs.
     QStringList strays() const;
     QString game() const { return m_dir.filePath("root/game"); }
-    template <typename Widget>
-    Widget *widget(const char *name) const
-    {
-        return window->findChild<Widget *>(QLatin1String(name));
-    }
+    /// What a widget of the window says.
+    QString text(const QString &name) const;
 
     UpdateServer server;
     std::unique_ptr<MainWindow> window;
     QStringList shown; ///< "box TEXT" and "toast TEXT", in order
-    /// Asked now and then while a box is open, whether to close it; without one it is closed. An
-    /// open box keeps whoever waits for something from going on.
-    std::function<bool()> mayClose;
+    /// Asked now and then while a box is open, whether to close it. An open box keeps whoever waits
+    /// for something from going on.
+    std::function<bool()> mayClose = [] { return true; };
 
 protected:
     bool eventFilter(QObject *object, QEvent *event) override;
 
 private:
     QString installedVersion() const;
-    void closeBox();
 
     QTemporaryDir m_dir;
     std::vector<SigningKey> m_signers;
-    ManifestSignature::Keys m_trusted;
     QMap<QString, Files::Tree> m_offered; ///< by version
     QTimer m_closing;
-    int m_manifestsBefore = 0;
-    int m_packagesBefore = 0;
 };
