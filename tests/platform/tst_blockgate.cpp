@@ -10,7 +10,7 @@
 
 namespace
 {
-constexpr int Patience = 60000; // milliseconds
+constexpr int Patience = 300000; // milliseconds
 constexpr int Rounds = 2000;
 
 /// Counts the number in the block \a key up, then takes the lock and keeps it until killed.
