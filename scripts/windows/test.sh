@@ -13,9 +13,9 @@ work=$root/build/windows/test
 name=Brekka-$(project_version)-win64
 
 # Wine gets a home and a prefix of its own, and a player in China: a user name in Chinese, and the
-# system's code page for it, which Wine takes from the locale and needs for shortcuts. Without the overrides it would offer to fetch two
-# run-time environments and write to the desktop's menus. Variables of the toolkit only get through
-# under Wine's names for them.
+# system's code page for it, which Wine takes from the locale and needs for shortcuts. Without the
+# overrides it would offer to fetch two run-time environments and write to the desktop's menus.
+# Variables of the toolkit only get through under Wine's names for them.
 set_environment() {
     export USER=坦克玩家 HOME=$work/home WINEPREFIX=$work/prefix WINEDEBUG=-all LOCPATH=$work/locale
     mkdir -p "$LOCPATH"

@@ -78,8 +78,11 @@ installed() {
 }
 
 crash_program() {
-    wine taskkill /F /IM Brekka.exe >/dev/null 2>&1
-    wait "$program" 2>/dev/null || true
+    # Bash would tell of the killed job as soon as it sees the end of it.
+    {
+        wine taskkill /F /IM Brekka.exe >/dev/null
+        wait "$program" || true
+    } 2>/dev/null
     remove_unsaved "$game/mods/configs/corvane.xml"
 }
 
