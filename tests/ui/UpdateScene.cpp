@@ -57,15 +57,15 @@ UpdateScene::UpdateScene(bool signs)
     Files::write(game() + "/WorldOfTanks.exe", {});
     Files::write(Paths::packageFile(), server.archive);
     SettingsProcessor().WriteSetting("filemd5", QVariant::fromValue(*server.offered.files));
-    stored().setValue("packagecheck", *server.offered.packageMd5);
-    stored().setValue("game", game());
-    stored().setValue("interval", 3600);
-    stored().setValue("pver", "1.2.3");
-    stored().setValue("updatedate", "2021-03-05");
-    stored().setValue("lastcheckret", true);
+    store("packagecheck", *server.offered.packageMd5);
+    store("game", game());
+    store("interval", 3600);
+    store("pver", "1.2.3");
+    store("updatedate", "2021-03-05");
+    store("lastcheckret", true);
     if (signs) {
-        stored().setValue("manifestserial", *server.offered.serial);
-        stored().setValue("packagesha256", *server.offered.packageSha256);
+        store("manifestserial", *server.offered.serial);
+        store("packagesha256", *server.offered.packageSha256);
     }
 }
 
@@ -74,6 +74,12 @@ UpdateScene::~UpdateScene()
     window.reset();
     qInstallMessageHandler(standardHandler);
     QDir::setCurrent(QDir::rootPath());
+}
+
+void UpdateScene::store(const QString &key, const QVariant &value)
+{
+    QSettings settings = stored();
+    settings.setValue(key, value);
 }
 
 void UpdateScene::start(bool visible)

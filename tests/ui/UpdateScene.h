@@ -28,8 +28,9 @@ public:
 
     /// Makes the window, which reads the settings and begins an automatic check.
     void start(bool visible);
-    /// The settings file, to be changed before start().
     QSettings stored() const { return QSettings("brekka.ini", QSettings::IniFormat); }
+    /// Changes the settings file, before start().
+    void store(const QString &key, const QVariant &value);
     void signBy(int key) { server.key = m_signers[size_t(key - 1)]; }
     /// Offers a plugin that differs from 1.2.3 in one file.
     void offer(const QString &version);

@@ -107,10 +107,8 @@ QHash<QString, Step> makeSteps()
              scene.server.answer(UpdateServer::Package, {slow});
          }},
 
-        {"set",
-         [](auto &scene, auto &rest) {
-             scene.stored().setValue(rest.section(' ', 0, 0), rest.section(' ', 1));
-         }},
+        {"set", [](auto &scene,
+                   auto &rest) { scene.store(rest.section(' ', 0, 0), rest.section(' ', 1)); }},
         {"start", [](auto &scene, auto &hidden) { scene.start(hidden.isEmpty()); }},
         {"show", [](auto &scene, auto &) { scene.window->show(); }},
         {"hide", [](auto &scene, auto &) { scene.window->hide(); }},

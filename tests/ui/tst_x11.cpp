@@ -64,7 +64,7 @@ void tst_x11::toast()
     QLineEdit window;
     QVERIFY(activate(window));
     ReminderWidget::showReminder(&window);
-    QWidget *toast = nullptr;
+    QPointer<QWidget> toast;
     for (QWidget *widget : QApplication::topLevelWidgets()) {
         if (qobject_cast<ReminderWidget *>(widget))
             toast = widget;
