@@ -5,6 +5,7 @@
 source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 source "$root/scripts/demo.sh"
 source "$root/scripts/display.sh"
+source "$root/scripts/walk.sh"
 
 work=$root/build/linux/test
 name=Brekka-$(project_version)-linux-$(uname -m)
@@ -25,10 +26,6 @@ set_environment() {
     portable=$HOME/portable
     game=$HOME/游戏
     plugin=$work/plugin
-}
-
-step() {
-    printf '%s\n' "$*"
 }
 
 # wait_for WHAT COMMAND... : until the command succeeds.
@@ -54,16 +51,6 @@ copies() {
     done
 }
 
-no_copy() {
-    [ -z "$(copies)" ]
-}
-
-one_copy_after() {
-    local now
-    now=$(copies)
-    [ -n "$now" ] && [ "$now" != "$1" ] && [ "$(wc -l <<<"$now")" = 1 ]
-}
-
 is_shown() {
     [ -n "$(xdotool search --onlyvisible --name "$window_title" 2>/dev/null)" ]
 }
@@ -73,16 +60,8 @@ stored() {
     [ "$value" = "$2" ]
 }
 
-# Whether the game folder holds the plugin as published; its configuration is the program's to change.
-is_plugin_there() {
-    local file
-    while IFS= read -r file; do
-        case $file in
-        *.xml) [ -f "$game/$file" ] ;;
-        *) cmp -s "$plugin/$file" "$game/$file" ;;
-        esac || return 1
-    done < <(cd "$plugin" && find . -type f)
-    stored lastcheckret true
+is_installed() {
+    is_plugin_there && stored lastcheckret true
 }
 
 # contents : all files of the home that are the player's.
@@ -164,7 +143,7 @@ walk_install() {
     write_settings "$program/brekka.ini" "$game" 5
     gio launch "$entry" >"$work/log" 2>&1
     wait_for 'the window' is_shown
-    wait_for 'the plugin' is_plugin_there
+    wait_for 'the plugin' is_installed
     wait_for 'its version' stored pver 1.2.0
     "$HOME/.local/bin/brekka" >"$work/second.log" 2>&1 || fail "the command ended with $?"
     grep -qF 'i am the second process exit' "$work/second.log" || fail 'the command started another copy'

@@ -11,17 +11,6 @@ copies() {
     done
 }
 
-no_copy() {
-    [ -z "$(copies)" ]
-}
-
-# one_copy_after PID : whether another one took its place.
-one_copy_after() {
-    local now
-    now=$(copies)
-    [ -n "$now" ] && [ "$now" != "$1" ] && [ "$(wc -l <<<"$now")" = 1 ]
-}
-
 entry_value() {
     wine reg query "$entry" /v "$1" 2>/dev/null | tr -d '\r' | sed -n "s/^ *$1 *REG_[A-Z]* *//p"
 }

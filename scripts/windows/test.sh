@@ -6,6 +6,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../lib.sh"
 source "$root/scripts/windows/toolkit.sh"
 source "$root/scripts/demo.sh"
 source "$root/scripts/display.sh"
+source "$root/scripts/walk.sh"
 source "$root/scripts/windows/walk.sh"
 source "$root/scripts/windows/installer-walk.sh"
 

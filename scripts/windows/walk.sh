@@ -1,13 +1,9 @@
-# The life of the real program, from the first start to the removal; source it after demo.sh. It
+# The life of the real program, from the first start to the removal; source it after scripts/walk.sh. It
 # needs a Wine prefix, a display, and $app, the unpacked archive.
 
 game_path='C:\Games\坦克世界'
 window_title='^Brekka助手$'
 registration='HKCU\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\WOT.CN.PRODUCTION'
-
-step() {
-    printf '%s\n' "$*"
-}
 
 # wait_for SECONDS WHAT COMMAND... : until the command succeeds.
 wait_for() {
@@ -65,16 +61,8 @@ screenshot() {
     import -window "$(window)" "$root/docs/screenshots/windows-$1.png"
 }
 
-# Whether the game folder holds the plugin as published; its configuration is the program's to change.
 installed() {
-    local file
-    while IFS= read -r file; do
-        case $file in
-        *.xml) [ -f "$game/$file" ] ;;
-        *) cmp -s "$plugin/$file" "$game/$file" ;;
-        esac || return 1
-    done < <(cd "$plugin" && find . -type f)
-    stored lastcheckret true
+    is_plugin_there && stored lastcheckret true
 }
 
 crash_program() {
