@@ -23,6 +23,7 @@ endif()
 # targets that link it, so an include against the direction of the arrows does not compile.
 function(brekka_library name)
     add_library(${name} STATIC ${ARGN})
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ${BREKKA_UNITY} UNITY_BUILD_BATCH_SIZE 0)
     target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE brekka_options)
 endfunction()

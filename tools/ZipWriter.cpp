@@ -26,7 +26,7 @@ constexpr int MaxFiles = 65535;
 constexpr qint64 MaxFileSize = 2000000000;
 constexpr qint64 MaxArchiveSize = std::numeric_limits<int>::max();
 
-Bytef *bytesOf(QByteArray &array)
+Bytef *zlibBytes(QByteArray &array)
 {
     return reinterpret_cast<Bytef *>(array.data());
 }
@@ -87,11 +87,11 @@ bool ZipWriter::pack(QIODevice &source, Entry &entry, QCryptographicHash &hash)
                 QStringLiteral("%1 grows while it is read").arg(QString::fromUtf8(entry.name)));
         entry.size += quint32(count);
         hash.addData(in.constData(), int(count));
-        crc = crc32(crc, bytesOf(in), uInt(count));
-        stream.next_in = bytesOf(in);
+        crc = crc32(crc, zlibBytes(in), uInt(count));
+        stream.next_in = zlibBytes(in);
         stream.avail_in = uInt(count);
         do {
-            stream.next_out = bytesOf(out);
+            stream.next_out = zlibBytes(out);
             stream.avail_out = PieceSize;
             deflate(&stream, atEnd ? Z_FINISH : Z_NO_FLUSH);
             const int packed = PieceSize - int(stream.avail_out);
@@ -146,10 +146,10 @@ bool ZipWriter::unpack(const Entry &entry, QCryptographicHash &hash)
         in = m_archive.read(std::min<qint64>(left, PieceSize));
         if (in.isEmpty())
             break;
-        stream.next_in = bytesOf(in);
+        stream.next_in = zlibBytes(in);
         stream.avail_in = uInt(in.size());
         do {
-            stream.next_out = bytesOf(out);
+            stream.next_out = zlibBytes(out);
             stream.avail_out = PieceSize;
             status = inflate(&stream, Z_NO_FLUSH);
             hash.addData(out.constData(), PieceSize - int(stream.avail_out));

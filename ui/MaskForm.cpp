@@ -10,7 +10,7 @@
 
 namespace
 {
-constexpr qreal Opacity = 0.6;
+constexpr qreal Darkness = 0.6;
 
 // Only an X server shows windows without anything that composites them. Qt watches whether
 // something does, and has no public way to ask it.
@@ -28,7 +28,7 @@ MaskForm::MaskForm(QWidget *parent) : QWidget(parent), m_mainWidget(QApplication
     QPalette black = palette();
     black.setBrush(QPalette::Window, QBrush(Qt::black));
     setPalette(black);
-    setWindowOpacity(Opacity);
+    setWindowOpacity(Darkness);
 }
 
 MaskForm::~MaskForm() = default;
@@ -84,6 +84,6 @@ void MaskForm::paintEvent(QPaintEvent *event)
     QPainter painter(this);
     painter.drawPixmap(0, 0, m_mainWidget->grab());
     QColor veil = palette().color(QPalette::Window);
-    veil.setAlphaF(Opacity);
+    veil.setAlphaF(Darkness);
     painter.fillRect(rect(), veil);
 }

@@ -121,13 +121,13 @@ walk_repair() {
 
 walk_second_start() {
     step 'Closed, it goes on in the tray; a second start brings its window back.'
-    local first=$log
+    local first=$program first_log=$log
     xdotool mousemove --window "$(window)" 877 24 click 1
     wait_for 30 'the closing' is_hidden
     start_program second.log Brekka.exe
     wait "$program" || fail "the second start ended with $?"
     said 'i am the second process exit' || fail 'the second start took itself for the first'
-    log=$first
+    program=$first log=$first_log
     wait_for 30 'the message of the second start' said 'Active main wnd'
     wait_for 30 'the window' is_shown
 }
