@@ -14,10 +14,16 @@ run() {
     local folder
     folder=$(mktemp -d -p "$work")
     ln "$program" "$folder/"
-    if "${@:2}" "$folder/$(basename "$program")" "$function:$1" >"$folder/log" 2>&1; then
+    local result=0
+    "${@:2}" "$folder/$(basename "$program")" "$function:$1" >"$folder/log" 2>&1 || result=$?
+    # Wine kills a process that takes more than half a second to go, as on a busy machine.
+    if [ $# -gt 1 ] && [ "$result" = 137 ] && grep -q '^Totals: .* 0 failed,' "$folder/log"; then
+        result=0
+    fi
+    if [ "$result" = 0 ]; then
         printf 'PASS: %s\n' "$1"
     else
-        printf 'FAIL: %s\n' "$1"
+        printf 'FAIL: %s ended with %s\n' "$1" "$result"
         cat "$folder/log"
         return 1
     fi
