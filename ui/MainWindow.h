@@ -3,6 +3,7 @@
 #include "ApplicationSettings.h"
 #include "BaseWindow.h"
 #include "ErrorCode.h"
+#include "FailurePolicy.h"
 #include "Hosts.h"
 #include "ManifestSignature.h"
 #include "PackageBackOff.h"
@@ -112,8 +113,9 @@ private:
     void onExtractingFileName(const QString &name);
     void onExtractCompleteValue(qulonglong value);
     void onExtractingResult(EC::ErrorCode ec);
-    void onExtracted();
     void onExtractionFailed(EC::ErrorCode ec);
+    void onNotInstalled(FailurePolicy::Failure failure);
+    FailurePolicy::Step stepAfter(FailurePolicy::Failure failure) const;
     void checkPackage(const QString &md5, const QString &sha256);
     void onPackageWrong();
     void onInstalled(const QString &path);

@@ -14,12 +14,8 @@
 #include <utility>
 
 namespace Keys = ApplicationSettings;
-
-namespace
-{
-/// Retries are made while their count is at most this, so there are four in a row.
-constexpr int LastRetry = 3;
-} // namespace
+using FailurePolicy::Failure;
+using FailurePolicy::Step;
 
 void MainWindow::connectFlow()
 {
@@ -175,7 +171,7 @@ void MainWindow::OnCheckFileResult(QString strFilePath, bool bRet)
 void MainWindow::onPackageWrong()
 {
     qDebug() << "zip is not  correct automode:" << m_autoUpdateModel;
-    if (m_wrongPackages > LastRetry) {
+    if (stepAfter(Failure::PackageWrong) == Step::GiveUp) {
         qDebug() << "zip stays wrong, give up";
         forgetPackage(); // so that the install button asks the server anew
         giveUp();
@@ -209,26 +205,11 @@ void MainWindow::onExtractCompleteValue(qulonglong value)
 void MainWindow::onExtractingResult(EC::ErrorCode ec)
 {
     hideProgress();
-    if (ec == EC::SUCCESS)
-        onExtracted();
-    else
-        onExtractionFailed(ec);
-}
-
-void MainWindow::onExtracted()
-{
+    if (ec != EC::SUCCESS)
+        return onExtractionFailed(ec);
     m_installprogressbar->setFormat(QStringLiteral("EXTRACT success!"));
-    if (CheckPluginFiles(false))
-        return;
-    if (!m_autoUpdateModel) {
-        qDebug() << "OnCheckFileResult OnExtractingResult EXTRACT success!";
-        reportFailure();
-    } else if (m_retryCount > LastRetry) {
-        giveUp();
-    } else {
-        qDebug() << "UpdatePlugin retry on OnExtractingResult CheckPluginFiles failed";
-        retryInstallation();
-    }
+    if (!CheckPluginFiles(false))
+        onNotInstalled(Failure::FileMissing);
 }
 
 void MainWindow::onExtractionFailed(EC::ErrorCode ec)
@@ -236,14 +217,34 @@ void MainWindow::onExtractionFailed(EC::ErrorCode ec)
     qDebug() << "plugin zip extract failed!!" << EC::name(ec);
     if (QFile::exists(Paths::packageFile()))
         forgetPackage();
-    if (!m_autoUpdateModel) {
-        qDebug() << "ShowPluginInstallFailedMsgbox OnExtractingResult !m_autoUpdateModel";
+    onNotInstalled(Failure::ExtractionFailed);
+}
+
+FailurePolicy::Step MainWindow::stepAfter(Failure failure) const
+{
+    return FailurePolicy::after(failure, {m_autoUpdateModel, m_retryCount, m_wrongPackages});
+}
+
+void MainWindow::onNotInstalled(Failure failure)
+{
+    const bool isMissing = failure == Failure::FileMissing;
+    switch (stepAfter(failure)) {
+    case Step::Report:
+        qDebug() << (isMissing
+                         ? "OnCheckFileResult OnExtractingResult EXTRACT success!"
+                         : "ShowPluginInstallFailedMsgbox OnExtractingResult !m_autoUpdateModel");
         reportFailure();
-    } else if (m_retryCount > LastRetry) {
+        break;
+    case Step::GiveUp:
         giveUp();
-    } else {
-        qDebug() << "UpdatePlugin OnExtractingResult failed:" << m_retryCount;
+        break;
+    default:
+        if (isMissing)
+            qDebug() << "UpdatePlugin retry on OnExtractingResult CheckPluginFiles failed";
+        else
+            qDebug() << "UpdatePlugin OnExtractingResult failed:" << m_retryCount;
         retryInstallation();
+        break;
     }
 }
 
@@ -319,24 +320,19 @@ void MainWindow::OnAutoUpdateCheckPluginsResult(QString strFilePath, bool bIsRig
 
 void MainWindow::OnReturnPluginsCheckResult(QString strFilePath, bool bIsRight)
 {
-    if (m_autoUpdateModel) {
-        if (!bIsRight) {
-            // The package and the list of its files disagree, which fetching it again won't mend.
-            m_backOff.fail(m_newPackageMd5);
-            ShowNew();
-        }
-    } else {
+    if (!m_autoUpdateModel)
         qDebug() << "OnReturnPluginsCheckResult  false";
-        if (bIsRight) {
-            if (isVisible() && !isMinimized())
-                ReminderWidget::showReminder(this);
-        } else {
-            qDebug() << "plugin file check failed";
-            ShowMessage(InstallTexts::failed());
-        }
-    }
-    if (bIsRight)
+    if (bIsRight) {
+        if (!m_autoUpdateModel && isVisible() && !isMinimized())
+            ReminderWidget::showReminder(this);
         onInstalled(strFilePath);
+    } else if (stepAfter(Failure::FileWrong) == Step::ShowBadge) {
+        m_backOff.fail(m_newPackageMd5);
+        ShowNew();
+    } else {
+        qDebug() << "plugin file check failed";
+        ShowMessage(InstallTexts::failed());
+    }
     closeRun();
 }
 
