@@ -17,6 +17,7 @@ const char *const Md5Key = "md5";
 const char *const DateKey = "updated_at";
 const char *const FilesKey = "upgrade_info";
 const char *const LinkKey = "link";
+const char *const SizeKey = "size";
 const char *const Sha256Key = "sha256";
 const char *const SerialKey = "serial";
 const char *const SignatureKey = "signature";
@@ -87,6 +88,7 @@ UpdateManifest UpdateManifest::fromJson(const QJsonObject &body)
     if (const auto files = text(fields, FilesKey))
         manifest.files = filesFromText(*files);
     manifest.link = text(fields, LinkKey);
+    manifest.packageSize = text(fields, SizeKey);
     manifest.packageSha256 = text(fields, Sha256Key);
     manifest.serial = text(fields, SerialKey);
     manifest.signature = text(fields, SignatureKey);
@@ -104,6 +106,7 @@ QJsonObject UpdateManifest::toJson() const
     if (files)
         insert(data, FilesKey, textFromFiles(*files));
     insert(data, LinkKey, link);
+    insert(data, SizeKey, packageSize);
     insert(data, Sha256Key, packageSha256);
     insert(data, SerialKey, serial);
     insert(data, SignatureKey, signature);

@@ -20,6 +20,7 @@ struct UpdateManifest {
     std::optional<QString> updatedAt;    ///< such as "2021-03-05 10:20:30"
     std::optional<PluginFileList> files; ///< paths with slashes or backslashes
     std::optional<QString> link;         ///< where the package can be fetched
+    std::optional<QString> packageSize;  ///< bytes, in decimal digits
 
     // Only a signed manifest has these.
     std::optional<QString> packageSha256; ///< 64 lowercase hexadecimal digits

@@ -28,6 +28,7 @@ void tst_UpdateManifest::roundTrip()
     written.version = "1.2 \"测试\" \\ 😀";
     written.packageMd5 = "0123456789abcdef0123456789abcdef";
     written.updatedAt = "2021-03-05 10:20:30";
+    written.packageSize = "3000000000";
     written.link = "http://h/包 \"1\".zip?a=b&c";
     written.files.emplace();
     for (const char *path : {"a", "mods\\a.pyc", "mods\\\\twice", "a/../b", "..a/b", "a/./b",
@@ -40,6 +41,7 @@ void tst_UpdateManifest::roundTrip()
     const auto got = read(QJsonDocument(written.toJson()).toJson());
     QVERIFY(got.hasData && !got.isServerError);
     QCOMPARE(got.toJson(), good);
+    QCOMPARE(got.packageSize, written.packageSize);
     QCOMPARE(got.date(), QString("2021-03-05"));
     written.updatedAt = "2021-03-05";
     QCOMPARE(written.date(), QString("2021-03-05"));
@@ -50,8 +52,9 @@ void tst_UpdateManifest::oddFields()
     QVERIFY(!read(R"({"errno": 0.5, "data": {}})").isServerError);
     QVERIFY(!read(R"({"errno": 0, "data": []})").hasData);
     const auto odd = read(R"({"data": {"version_name": 7, "md5": 7, "updated_at": null,
-        "link": ["x"], "upgrade_info": {"a": "1"}}})");
-    QVERIFY(odd.version.isEmpty() && !odd.packageMd5 && !odd.updatedAt && !odd.link && !odd.files);
+        "link": ["x"], "size": 7, "upgrade_info": {"a": "1"}}})");
+    QVERIFY(odd.version.isEmpty() && !odd.packageMd5 && !odd.updatedAt && !odd.link && !odd.files &&
+            !odd.packageSize);
     QVERIFY(read(R"({"data": {"upgrade_info": "{nonsense"}})").files->isEmpty());
 }
 
