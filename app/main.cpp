@@ -63,7 +63,10 @@ int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver
     parser.process(application);
 
     QSettings settings(ApplicationSettings::FileName, QSettings::IniFormat);
-    MainWindow window(Hosts::read(settings), ManifestSignature::keysFromText(BREKKA_PUBLIC_KEYS));
+    static_assert(ManifestSignature::isKeyList(BREKKA_PUBLIC_KEYS),
+                  "BREKKA_PUBLIC_KEYS holds a word that is no public key");
+    MainWindow window(Hosts::read(settings), ManifestSignature::keysFromText(BREKKA_PUBLIC_KEYS),
+                      BREKKA_LOWEST_SERIAL);
     receiver.setMainWindow(&window);
     MainController *controller = MainController::instance();
     if (parser.isSet(uninstallOption)) {

@@ -32,6 +32,8 @@ void SettingsProcessor::RefreshSettings()
     m_settings.autorun = m_file->value(Keys::KeyAutoRun).toBool();
     m_settings.packagecheck = m_file->value(Keys::KeyPackageMd5).toString();
     m_settings.manifestserial = m_file->value(Keys::KeyManifestSerial).toString();
+    m_settings.manifestserials = m_file->value(Keys::KeyManifestSerials).toString();
+    m_settings.needssignature2 = m_file->value(Keys::KeyNeedsSignature2).toBool();
     m_settings.packagesha256 = m_file->value(Keys::KeyPackageSha256).toString();
     emit SettingReady(QVariant::fromValue(m_settings));
 }

@@ -44,6 +44,7 @@ bool PackageWriter::finish()
         sha256.addData(piece);
     }
     m_md5 = QString::fromLatin1(md5.result().toHex());
+    m_size = m_file.size();
     m_sha256 = QString::fromLatin1(sha256.result().toHex());
     return true;
 }

@@ -37,6 +37,8 @@ public:
     /// Sums of the finished package, in lowercase hexadecimal digits.
     QString md5() const { return m_md5; }
     QString sha256() const { return m_sha256; }
+    /// Bytes of the finished package.
+    qint64 size() const { return m_size; }
     /// Path of the package once it is kept.
     QString path() const;
     /// Whether keeping it has created it.
@@ -52,6 +54,7 @@ private:
     PluginFileList m_checksums;
     QString m_md5;
     QString m_sha256;
+    qint64 m_size = 0;
     bool m_isNew = false;
     QString m_error;
 };

@@ -1,7 +1,6 @@
 #include "Publisher.h"
 
 #include "Interruption.h"
-#include "ManifestSignature.h"
 #include "PackageWriter.h"
 #include "PluginFolder.h"
 #include "PublishOptions.h"
@@ -15,6 +14,7 @@
 namespace
 {
 using Action = PublishOptions::Action;
+using ManifestSignature::Format;
 constexpr qint64 ClockTolerance = 60; // seconds
 constexpr int MaxNames = 5;           // in a message
 
@@ -24,6 +24,15 @@ QString someOf(const QStringList &names)
     if (names.size() > MaxNames)
         text += QStringLiteral(" and %1 more").arg(names.size() - MaxNames);
     return text;
+}
+
+/// With everything that only a signed manifest has.
+void removeSignatures(UpdateManifest &manifest)
+{
+    manifest.packageSha256.reset();
+    manifest.serial.reset();
+    manifest.signature.reset();
+    manifest.signature2.reset();
 }
 
 /// In hexadecimal digits; empty if the file can't be read.
@@ -123,6 +132,7 @@ UpdateManifest Publisher::manifestFor(const PackageWriter &package) const
     manifest.updatedAt = m_options.date();
     manifest.link = linkTo(package.md5());
     manifest.files = package.checksums();
+    manifest.packageSize = QString::number(package.size());
     return manifest;
 }
 
@@ -151,11 +161,13 @@ bool Publisher::isOffered(const UpdateManifest &manifest) const
         return false;
     UpdateManifest there = *m_folder.offered();
     const QJsonObject data = there.toJson().value(QStringLiteral("data")).toObject();
-    const bool isSigned =
-        m_key ? ManifestSignature::problem(data, {m_key->publicKey()}).isEmpty() : !there.signature;
-    there.packageSha256.reset();
-    there.serial.reset();
-    there.signature.reset();
+    const auto isSignedAs = [&](Format format) {
+        return m_key
+                   ? ManifestSignature::verify(data, format, {m_key->publicKey()}).problem.isEmpty()
+                   : !data.contains(ManifestSignature::nameOf(format));
+    };
+    const bool isSigned = isSignedAs(Format::V1) && isSignedAs(Format::V2);
+    removeSignatures(there);
     if (!m_options.isDateGiven())
         there.updatedAt = manifest.updatedAt;
     return isSigned && there.toJson() == manifest.toJson();
@@ -192,9 +204,7 @@ bool Publisher::sign(UpdateManifest &manifest, const QString &packageSha256)
     for (const Release &release : history)
         last = std::max(last, release.manifest.serial.value_or(QString()).toLongLong());
     const bool wasSigned = !history.isEmpty() && history.constLast().manifest.signature;
-    manifest.packageSha256.reset();
-    manifest.serial.reset();
-    manifest.signature.reset();
+    removeSignatures(manifest);
     if (!m_key) {
         return !wasSigned || m_options.allowsUnsigned() ||
                fail(QStringLiteral("the last manifest was signed, so programs with keys would "
@@ -208,11 +218,14 @@ bool Publisher::sign(UpdateManifest &manifest, const QString &packageSha256)
                         .arg(now));
     manifest.packageSha256 = packageSha256;
     manifest.serial = QString::number(serial);
-    const auto bytes =
-        ManifestSignature::signedBytes(manifest.toJson().value(QStringLiteral("data")).toObject());
-    if (!bytes)
-        return fail(QStringLiteral("the manifest lacks a text that has to be signed"));
-    manifest.signature = QString::fromLatin1(m_key->signatureOf(*bytes).toBase64());
+    const QJsonObject data = manifest.toJson().value(QStringLiteral("data")).toObject();
+    for (const Format format : {Format::V1, Format::V2}) {
+        const auto bytes = ManifestSignature::signedBytes(data, format);
+        if (!bytes)
+            return fail(QStringLiteral("the manifest lacks a text that has to be signed"));
+        (format == Format::V1 ? manifest.signature : manifest.signature2) =
+            QString::fromLatin1(m_key->signatureOf(*bytes).toBase64());
+    }
     return true;
 }
 
@@ -251,6 +264,7 @@ bool Publisher::rollBack()
     const QString package = m_folder.packagePath(manifest);
     if (sumOf(package, QCryptographicHash::Md5) != manifest.packageMd5)
         return fail(QStringLiteral("%1 is gone or damaged").arg(package));
+    manifest.packageSize = QString::number(QFileInfo(package).size());
     return checkRemoved(manifest) && offer(manifest, sumOf(package, QCryptographicHash::Sha256));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ManifestSignature.h"
 #include "ReleaseFolder.h"
 #include "SigningKey.h"
 

@@ -33,8 +33,9 @@ QString agreementLink(const QString &url, const QString &text)
 }
 } // namespace
 
-MainWindow::MainWindow(const Hosts &hosts, const ManifestSignature::Keys &keys, QWidget *parent)
-    : BaseWindow(parent), m_hosts(hosts), m_keys(keys)
+MainWindow::MainWindow(const Hosts &hosts, const ManifestSignature::Keys &keys,
+                       quint64 lowestSerial, QWidget *parent)
+    : BaseWindow(parent), m_hosts(hosts), m_keys(keys), m_lowestSerial(lowestSerial)
 {
     m_newversion->hide();
     m_mask = new MaskForm(this);

@@ -5,7 +5,7 @@
 #include "ErrorCode.h"
 #include "FailurePolicy.h"
 #include "Hosts.h"
-#include "ManifestSignature.h"
+#include "ManifestTrust.h"
 #include "PackageBackOff.h"
 
 #include <QString>
@@ -37,9 +37,10 @@ class MainWindow : public BaseWindow
     Q_OBJECT
 public:
     /// Talks of, and to, the servers \a hosts. With \a keys, it acts on no manifest that none of
-    /// them has signed, and installs no package but the one that such a manifest names.
+    /// them has signed, and installs no package but the one that such a manifest names; a program
+    /// that has seen no manifest yet takes none with a serial below \a lowestSerial.
     explicit MainWindow(const Hosts &hosts, const ManifestSignature::Keys &keys = {},
-                        QWidget *parent = nullptr);
+                        quint64 lowestSerial = 0, QWidget *parent = nullptr);
     ~MainWindow() override;
 
 public slots:
@@ -98,7 +99,9 @@ private:
     void UpdatePlugin(bool autoUpdate, IfNothingNew then = IfNothingNew::CheckLocalFiles);
     void onManifestReply(const HttpReply &reply, bool autoUpdate, IfNothingNew then);
     bool ReadPlginUpdateRequestBody(const QJsonObject &body);
-    bool isAccepted(const QJsonObject &fields, const UpdateManifest &manifest);
+    /// Takes the size out of \a manifest when nobody has signed it.
+    bool isAccepted(const QJsonObject &fields, UpdateManifest &manifest);
+    void rememberManifest(const ManifestTrust::Memory &memory);
     bool isDifferent(const UpdateManifest &manifest);
     void storeFileList(const PluginFileList &files);
     void startDownload(const QString &link);
@@ -139,6 +142,7 @@ private:
 
     const Hosts m_hosts;
     const ManifestSignature::Keys m_keys;
+    const quint64 m_lowestSerial;
     ApplicationSettings::settings m_settings; ///< the window's copy; lags the store by one exchange
 
     // Three flags and two counters carry the flow across its steps. m_bRequesting: a run is under

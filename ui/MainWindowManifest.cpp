@@ -9,6 +9,7 @@
 #include "Paths.h"
 #include "UpdateManifest.h"
 
+#include <QDateTime>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
@@ -61,7 +62,7 @@ void MainWindow::onManifestReply(const HttpReply &reply, bool autoUpdate, IfNoth
 
 bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
 {
-    const UpdateManifest manifest = UpdateManifest::fromJson(body);
+    UpdateManifest manifest = UpdateManifest::fromJson(body);
     if (manifest.isServerError) {
         qDebug() << "http request error!!";
         endRun();
@@ -90,33 +91,43 @@ bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
     return true;
 }
 
-bool MainWindow::isAccepted(const QJsonObject &fields, const UpdateManifest &manifest)
+bool MainWindow::isAccepted(const QJsonObject &fields, UpdateManifest &manifest)
 {
     if (m_keys.isEmpty())
         return true;
-    bool isNumber = false;
-    const quint64 serial = manifest.serial.value_or(QString()).toULongLong(&isNumber);
-    QString problem = ManifestSignature::problem(fields, m_keys);
-    if (problem.isEmpty() && !isNumber)
-        problem = QStringLiteral("the serial is no number");
-    if (!problem.isEmpty()) {
-        qDebug() << "manifest refused:" << problem;
+    using Outcome = ManifestTrust::Verdict::Outcome;
+    const ManifestTrust::Memory memory{m_settings.manifestserials, m_settings.manifestserial,
+                                       m_settings.needssignature2};
+    const auto verdict = ManifestTrust::judge(fields, {m_keys, m_lowestSerial}, memory,
+                                              QDateTime::currentSecsSinceEpoch());
+    if (verdict.outcome == Outcome::Refused) {
+        qDebug() << "manifest refused:" << verdict.reason;
         if (m_isAskedFor)
             ShowMessage(InstallTexts::failed());
         return false;
     }
-    const quint64 highest = m_settings.manifestserial.toULongLong();
-    if (serial < highest) {
+    if (verdict.outcome == Outcome::Outdated) {
         // Somebody repeats an old manifest, or a mirror lags.
-        qDebug() << "manifest older than the last one:" << serial << highest;
+        qDebug() << "manifest older than the last one:" << verdict.reason;
         return false;
     }
     m_newPackageSha256 = *manifest.packageSha256;
-    if (serial > highest) {
-        m_settings.manifestserial = *manifest.serial;
-        MainController::instance()->WriteSetting(Keys::KeyManifestSerial, *manifest.serial);
-    }
+    if (!verdict.isSizeSigned)
+        manifest.packageSize.reset();
+    rememberManifest(verdict.memory);
     return true;
+}
+
+void MainWindow::rememberManifest(const ManifestTrust::Memory &memory)
+{
+    MainController *controller = MainController::instance();
+    if (memory.serials != m_settings.manifestserials)
+        controller->WriteSetting(Keys::KeyManifestSerials, memory.serials);
+    if (memory.needsSignature2 != m_settings.needssignature2)
+        controller->WriteSetting(Keys::KeyNeedsSignature2, memory.needsSignature2);
+    // The next manifest may come before the store has answered.
+    m_settings.manifestserials = memory.serials;
+    m_settings.needssignature2 = memory.needsSignature2;
 }
 
 bool MainWindow::isDifferent(const UpdateManifest &manifest)

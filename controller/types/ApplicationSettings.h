@@ -20,8 +20,11 @@ constexpr char KeyLastCheckResult[] = "lastcheckret";
 constexpr char KeyAutoRun[] = "autorun";
 constexpr char KeyReplayUpload[] = "pluginloaderplayopen";
 constexpr char KeyInterval[] = "interval";
-/// Only programs that check signatures write these two.
+/// A serial without its key: only programs before 1.2 write it.
 constexpr char KeyManifestSerial[] = "manifestserial";
+/// Only programs that check signatures write these; see ManifestTrust::Memory.
+constexpr char KeyManifestSerials[] = "manifestserials";
+constexpr char KeyNeedsSignature2[] = "needssignature2";
 constexpr char KeyPackageSha256[] = "packagesha256";
 /// The name under which the plugin file list is written; in the file it is the group below.
 constexpr char KeyFilesMd5[] = "filemd5";
@@ -44,8 +47,10 @@ struct settings {
     bool lastcheckret = false;         ///< the last verification found every file right
     bool pluginloaderplayopen = false; ///< replay upload
     int interval = 0;                  ///< seconds between two automatic checks
-    QString manifestserial;            ///< the highest of a signed manifest that was accepted
+    QString manifestserial;            ///< highest serial of any accepted signed manifest
     QString packagesha256;             ///< SHA-256 of the installed package
+    QString manifestserials;           ///< the same as manifestserial, for each key
+    bool needssignature2 = false;      ///< a signature over the size was seen once
 };
 } // namespace ApplicationSettings
 

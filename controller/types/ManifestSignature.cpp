@@ -28,36 +28,57 @@ ManifestSignature::Keys ManifestSignature::keysFromText(const QByteArray &text)
     return keys;
 }
 
-std::optional<QByteArray> ManifestSignature::signedBytes(const QJsonObject &data)
+std::optional<QByteArray> ManifestSignature::signedBytes(const QJsonObject &data, Format format)
 {
-    QByteArray bytes = "brekka manifest 1\n";
-    for (const char *name :
-         {"version_name", "md5", "sha256", "updated_at", "upgrade_info", "link", "serial"}) {
-        const QJsonValue value = data.value(QLatin1String(name));
-        if (!value.isString())
-            return std::nullopt;
+    QByteArray bytes = format == Format::V1 ? "brekka manifest 1\n" : "brekka manifest 2\n";
+    const auto add = [&](const char *name, const QJsonValue &value) {
         const QByteArray text = value.toString().toUtf8();
         bytes += QByteArray(name) + ' ' + QByteArray::number(text.size()) + '\n' + text + '\n';
+        return value.isString();
+    };
+    for (const char *name :
+         {"version_name", "md5", "sha256", "updated_at", "upgrade_info", "link", "serial"}) {
+        if (!add(name, data.value(QLatin1String(name))))
+            return std::nullopt;
+    }
+    if (format == Format::V1)
+        return bytes;
+    for (const char *name : {"size", "rollout"}) {
+        const QJsonValue value = data.value(QLatin1String(name));
+        if (!add(name, value.isUndefined() ? QJsonValue(QString()) : value))
+            return std::nullopt;
     }
     return bytes;
 }
 
-QString ManifestSignature::problem(const QJsonObject &data, const Keys &keys)
+ManifestSignature::Result ManifestSignature::verify(const QJsonObject &data, Format format,
+                                                    const Keys &keys)
 {
-    const QJsonValue signature = data.value(QLatin1String("signature"));
+    const QJsonValue signature = data.value(nameOf(format));
     if (signature.isUndefined())
-        return QStringLiteral("no signature");
-    const auto bytes = signedBytes(data);
+        return {{}, QStringLiteral("no signature")};
+    const auto bytes = signedBytes(data, format);
     const QByteArray raw = fromBase64(signature.toString().toLatin1());
     if (!bytes || raw.size() != int(crypto_sign_BYTES))
-        return QStringLiteral("a signed field or the signature is not as it should be");
+        return {{}, QStringLiteral("a signed field or the signature is not as it should be")};
     if (sodium_init() < 0)
-        return QStringLiteral("the signature library can't be used");
-    const auto signedBy = [&](const QByteArray &key) {
+        return {{}, QStringLiteral("the signature library can't be used")};
+    const auto hasSigned = [&](const QByteArray &key) {
         return crypto_sign_verify_detached(bytesOf(raw), bytesOf(*bytes), quint64(bytes->size()),
                                            bytesOf(key)) == 0;
     };
-    if (std::any_of(keys.begin(), keys.end(), signedBy))
-        return {};
-    return QStringLiteral("signed by none of the known keys");
+    const auto signer = std::find_if(keys.begin(), keys.end(), hasSigned);
+    if (signer != keys.end())
+        return {*signer, {}};
+    return {{}, QStringLiteral("signed by none of the known keys")};
+}
+
+ManifestSignature::Format ManifestSignature::formatOf(const QJsonObject &data)
+{
+    return data.contains(nameOf(Format::V2)) ? Format::V2 : Format::V1;
+}
+
+QLatin1String ManifestSignature::nameOf(Format format)
+{
+    return QLatin1String(format == Format::V1 ? "signature" : "signature2");
 }

@@ -21,6 +21,7 @@ const char *const SizeKey = "size";
 const char *const Sha256Key = "sha256";
 const char *const SerialKey = "serial";
 const char *const SignatureKey = "signature";
+const char *const Signature2Key = "signature2";
 
 std::optional<QString> text(const QJsonObject &object, const char *key)
 {
@@ -92,6 +93,7 @@ UpdateManifest UpdateManifest::fromJson(const QJsonObject &body)
     manifest.packageSha256 = text(fields, Sha256Key);
     manifest.serial = text(fields, SerialKey);
     manifest.signature = text(fields, SignatureKey);
+    manifest.signature2 = text(fields, Signature2Key);
     return manifest;
 }
 
@@ -110,6 +112,7 @@ QJsonObject UpdateManifest::toJson() const
     insert(data, Sha256Key, packageSha256);
     insert(data, SerialKey, serial);
     insert(data, SignatureKey, signature);
+    insert(data, Signature2Key, signature2);
     body.insert(QLatin1String(DataKey), data);
     return body;
 }

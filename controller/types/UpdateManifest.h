@@ -26,6 +26,10 @@ struct UpdateManifest {
     std::optional<QString> packageSha256; ///< 64 lowercase hexadecimal digits
     std::optional<QString> serial;        ///< when it was published, in seconds since 1970, UTC
     std::optional<QString> signature;     ///< Base64; see ManifestSignature
+    std::optional<QString> signature2;    ///< the same, over the size, too
+
+    /// No program reads more than this many bytes of it.
+    static constexpr int MaxSize = 2 << 20;
 
     /// Reads what a server sent. Files that would leave the game folder are left out.
     static UpdateManifest fromJson(const QJsonObject &body);

@@ -43,11 +43,14 @@ private slots:
         SettingsProcessor store;
         Files::write("brekka.ini", "[General]\ngame=a\npver=b\nupdatedate=c\n"
                                    "PluginSupportGameVersion=d\npackagecheck=e\nautorun=true\n"
-                                   "pluginloaderplayopen=false\ninterval=7\n");
+                                   "pluginloaderplayopen=false\ninterval=7\n"
+                                   "manifestserials=f:1 0:2\nneedssignature2=true\n");
         const auto record = load(store);
         QCOMPARE((QStringList{record.game, record.pver, record.updatedate,
-                              record.PluginSupportGameVersion, record.packagecheck}),
-                 (QStringList{"a", "b", "c", "d", "e"}));
+                              record.PluginSupportGameVersion, record.packagecheck,
+                              record.manifestserials}),
+                 (QStringList{"a", "b", "c", "d", "e", "f:1 0:2"}));
+        QVERIFY(record.needssignature2);
         QVERIFY(record.autorun && !record.lastcheckret && !record.pluginloaderplayopen);
         QCOMPARE(record.interval, 7);
         // A single setting is on the disk at once.

@@ -40,10 +40,14 @@ void UpdateServer::publish(const Files::Tree &tree, const QString &version)
 
 void UpdateServer::serve()
 {
+    using namespace ManifestSignature;
+    offered.packageSize = QString::number(archive.size());
     QJsonObject body = offered.toJson(), data = body["data"].toObject();
-    const auto bytes = ManifestSignature::signedBytes(data);
-    if (key && bytes)
-        data["signature"] = QString::fromLatin1(key->signatureOf(*bytes).toBase64());
+    for (const Format format : {Format::V1, Format::V2}) {
+        const auto bytes = signedBytes(data, format);
+        if (key && bytes)
+            data[nameOf(format)] = QString::fromLatin1(key->signatureOf(*bytes).toBase64());
+    }
     if (falsify)
         falsify(data);
     body["data"] = data;

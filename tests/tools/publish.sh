@@ -239,11 +239,16 @@ refused 1 'go back' p --key k --plugin-version 2
 
 # signed_by_example MANIFEST : as docs/signing.md describes it to others.
 signed_by_example() {
-    jq -j .data.signature "$1" | base64 -d >signature
-    jq -j '.data as $texts | "brekka manifest 1\n", (
-        "version_name", "md5", "sha256", "updated_at", "upgrade_info", "link", "serial" |
-        "\(.) \($texts[.] | utf8bytelength)\n\($texts[.])\n")' "$1" >bytes
-    openssl pkeyutl -verify -pubin -inkey public -rawin -in bytes -sigfile signature
+    local format signature=signature
+    for format in 1 2; do
+        jq -j ".data.$signature" "$1" | base64 -d >signature
+        jq -j --arg format $format '.data as $texts | "brekka manifest \($format)\n", (
+            "version_name", "md5", "sha256", "updated_at", "upgrade_info", "link", "serial",
+            if $format == "2" then "size", "rollout" else empty end | ($texts[.] // "") as $text |
+            "\(.) \($text | utf8bytelength)\n\($text)\n")' "$1" >bytes$format
+        openssl pkeyutl -verify -pubin -inkey public -rawin -in bytes$format -sigfile signature
+        signature=signature2
+    done
 }
 
 story 'the example of signing'
@@ -251,7 +256,8 @@ openssl pkey -in "$root/docs/signing/example-key.pem" -pubout >public
 p --key "$root/docs/signing/example-key.pem" --plugin-version 测试
 signed_by_example out/cms/upgrade
 signed_by_example "$root/docs/signing/example-manifest.json"
-cmp bytes "$root/docs/signing/example-signed.txt"
+cmp bytes1 "$root/docs/signing/example-signed.txt"
+cmp bytes2 "$root/docs/signing/example-signed2.txt"
 
 story 'misuse'
 p --help | grep -F -- --rollback

@@ -87,7 +87,8 @@ void UpdateScene::start(bool visible)
     ManifestSignature::Keys trusted;
     if (server.key)
         trusted = {m_signers[0].publicKey(), m_signers[1].publicKey()};
-    window = std::make_unique<MainWindow>(Hosts{server.authority(), {}, {}, {}}, trusted);
+    window =
+        std::make_unique<MainWindow>(Hosts{server.authority(), {}, {}, {}}, trusted, lowestSerial);
     window->setVisible(visible);
 }
 
@@ -129,13 +130,15 @@ QStringList UpdateScene::state() const
     const QString version = installedVersion(), pver = stored().value("pver").toString();
     const QString check = stored().value("packagecheck").toString(),
                   label = text("m_installPlugin");
-    const int serial = stored().value("manifestserial").toInt();
+    const QString newest = stored().value("manifestserials").toString().section(' ', 0, 0);
+    const int serial = newest.section(':', 1).toInt();
     add(version != "1.2.3", "game " + version);
     add(pver != "1.2.3", "pver " + pver);
     add(check.isEmpty(), "no check");
     add(!check.isEmpty() && check != server.offered.packageMd5, "check old");
     add(serial > FirstSerial, QString("serial +%1").arg(serial - FirstSerial));
     add((serial > 0) != stored().value("packagesha256").isValid(), "half signed");
+    add(serial > 0 && !stored().value("needssignature2").toBool(), "needs no signature2");
     add(stored().value("plugins/mods/more").isValid(), "lists more");
     add(!stored().value("lastcheckret").toBool(), "unverified");
     add(!QFile::exists(Paths::packageFile()), "no package");

@@ -53,7 +53,8 @@ public:
 
     UpdateServer server;
     std::unique_ptr<MainWindow> window;
-    QStringList shown; ///< "box TEXT" and "toast TEXT", in order
+    quint64 lowestSerial = 0; ///< that the window is made with
+    QStringList shown;        ///< "box TEXT" and "toast TEXT", in order
     /// Asked now and then while a box is open, whether to close it. An open box keeps whoever waits
     /// for something from going on.
     std::function<bool()> mayClose = [] { return true; };

@@ -109,6 +109,7 @@ QHash<QString, Step> makeSteps()
 
         {"set", [](auto &scene,
                    auto &rest) { scene.store(rest.section(' ', 0, 0), rest.section(' ', 1)); }},
+        {"lowest", [](auto &scene, auto &serial) { scene.lowestSerial = serial.toULongLong(); }},
         {"start", [](auto &scene, auto &hidden) { scene.start(hidden.isEmpty()); }},
         {"show", [](auto &scene, auto &) { scene.window->show(); }},
         {"hide", [](auto &scene, auto &) { scene.window->hide(); }},
@@ -270,17 +271,30 @@ void tst_UpdateFlow::flow_data()
 
     // With keys, nothing but what one of them has signed is believed, stored or installed.
     const auto keys = [=](const QString &name, const QString &steps, const QString &end) {
-        QTest::newRow(qPrintable("keys: " + name)) << true << idle + steps << end;
+        QTest::newRow(qPrintable("keys: " + name))
+            << true << (steps.contains("start") ? steps : idle + steps) << end;
     };
     const QString refused = "; tick; 1 manifest refused:; settle";
-    for (const char *forgery : {"falsify version_name", "falsify md5", "falsify sha256",
-                                "falsify updated_at", "falsify upgrade_info", "falsify link",
-                                "falsify serial", "falsify signature", "strip sha256"})
+    for (const char *forgery :
+         {"falsify version_name", "falsify md5", "falsify sha256", "falsify updated_at",
+          "falsify upgrade_info", "falsify link", "falsify serial", "falsify size",
+          "falsify signature2", "strip sha256", "strip signature2"})
         keys(forgery, QString("offer; list mods/more; ") + forgery + refused, "2+0; check old");
     keys("stranger's", "signer 3; offer" + refused, "2+0; check old");
     keys("unsigned, user", "no signer; offer; remove package; press",
          "2+0; check old; no package" + failed);
     keys("second key", "signer 2; offer; falsify more; tick", "2+1" + done + "; serial +1");
+    // Until the first one that has it.
+    keys("from an older publisher", "offer; strip signature2; start; installed 1.2.4",
+         "1+1" + done + "; serial +1; needs no signature2");
+    keys("from an older publisher, too late",
+         "set needssignature2 true; offer; strip signature2; start; 1 manifest refused:",
+         "1+0; check old; half signed");
+    // What an older program has stored counts as well.
+    keys("repeated to a newer program", "turn back; offer; start; 1 manifest older",
+         "1+0; check old; half signed");
+    keys("repeated to a new player", "set manifestserial; lowest 1002; start; 1 manifest older",
+         "1+0; half signed");
     keys("repeated", "turn back; offer; tick; 1 manifest older", "2+0; check old");
     keys("older one signed anew", "offer; tick; installed 1.2.4; offer the first; tick",
          "3+2; serial +2");
