@@ -1,5 +1,6 @@
 #include "PublishOptions.h"
 
+#include "ManifestSignature.h"
 #include "WebAddress.h"
 
 #include <QDateTime>
@@ -43,6 +44,12 @@ PublishOptions::PublishOptions()
             QStringLiteral("file")),
       m_unsigned(QStringLiteral("unsigned"),
                  QStringLiteral("Publishes unsigned where the last manifest was signed.")),
+      m_publicKeys(QStringLiteral("public-keys"),
+                   QStringLiteral("Takes earlier manifests for signed by one of these, too."),
+                   QStringLiteral("key,...")),
+      m_resign(QStringLiteral("resign"),
+               QStringLiteral("Signs an earlier package although none of the given keys has signed "
+                              "it, and prints what is in it.")),
       m_list(QStringLiteral("list"), QStringLiteral("Lists what was published.")),
       m_rollBack(
           QStringLiteral("rollback"),
@@ -59,8 +66,8 @@ PublishOptions::PublishOptions()
     m_parser.setApplicationDescription(QStringLiteral(
         "Packs a plugin and writes the manifest that announces it, ready for a web server."));
     m_parser.addOptions({m_pluginDir, m_pluginVersion, m_baseUrl, m_out, m_date, m_exclude,
-                         m_allowRemoved, m_keep, m_key, m_unsigned, m_list, m_rollBack, m_pause,
-                         m_newKey, m_help});
+                         m_allowRemoved, m_keep, m_key, m_unsigned, m_publicKeys, m_resign, m_list,
+                         m_rollBack, m_pause, m_newKey, m_help});
 }
 
 bool PublishOptions::parse(const QStringList &arguments)
@@ -103,12 +110,17 @@ bool PublishOptions::checkValues()
     else if (m_action == Action::Publish)
         needed = {m_pluginDir, m_pluginVersion, m_baseUrl, m_out};
     // An empty one is a variable that a script has not set, and must not leave updates unsigned.
-    if (m_parser.isSet(m_key))
-        needed += m_key;
+    for (const auto *option : {&m_key, &m_publicKeys}) {
+        if (m_parser.isSet(*option))
+            needed += *option;
+    }
     for (const auto &option : needed) {
         if (m_parser.value(option).trimmed().isEmpty())
             return fail(QStringLiteral("Missing --%1.").arg(option.names().constFirst()));
     }
+    if (!ManifestSignature::isKeyList(publicKeys().toStdString()))
+        return fail(QStringLiteral("Not public keys divided by commas: '%1'.")
+                        .arg(m_parser.value(m_publicKeys)));
     if (m_parser.isSet(m_keep) && kept() < 1)
         return fail(QStringLiteral("Not a number above 0: '%1'.").arg(m_parser.value(m_keep)));
     const bool isAddressUsed =

@@ -39,6 +39,10 @@ public:
     QString newKeyFile() const { return m_parser.value(m_newKey); }
     /// The private key's file; empty to publish unsigned.
     QString keyFile() const { return m_parser.value(m_key); }
+    /// Further keys that may have signed what was published: Base64, divided by commas.
+    QByteArray publicKeys() const { return m_parser.value(m_publicKeys).toLatin1(); }
+    /// Whether to sign an earlier package that none of the given keys has signed.
+    bool allowsResigning() const { return m_parser.isSet(m_resign); }
     bool allowsUnsigned() const { return m_parser.isSet(m_unsigned); }
 
 private:
@@ -56,6 +60,8 @@ private:
     QCommandLineOption m_keep;
     QCommandLineOption m_key;
     QCommandLineOption m_unsigned;
+    QCommandLineOption m_publicKeys;
+    QCommandLineOption m_resign;
     QCommandLineOption m_list;
     QCommandLineOption m_rollBack;
     QCommandLineOption m_pause;

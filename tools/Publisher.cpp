@@ -1,6 +1,7 @@
 #include "Publisher.h"
 
 #include "Interruption.h"
+#include "PackageNames.h"
 #include "PackageWriter.h"
 #include "PluginFolder.h"
 #include "PublishOptions.h"
@@ -57,6 +58,9 @@ bool Publisher::run()
     if (!m_options.keyFile().isEmpty() &&
         !(m_key = SigningKey::load(m_options.keyFile(), &m_error)))
         return false;
+    m_trusted = ManifestSignature::keysFromText(m_options.publicKeys());
+    if (m_key)
+        m_trusted += m_key->publicKey();
     bool done = false;
     switch (m_options.action()) {
     case Action::RollBack:
@@ -262,10 +266,40 @@ bool Publisher::rollBack()
     if (!m_options.baseUrl().isEmpty())
         manifest.link = linkTo(*manifest.packageMd5);
     const QString package = m_folder.packagePath(manifest);
-    if (sumOf(package, QCryptographicHash::Md5) != manifest.packageMd5)
+    const QString sha256 = sumOf(package, QCryptographicHash::Sha256);
+    if (sumOf(package, QCryptographicHash::Md5) != manifest.packageMd5 ||
+        manifest.packageSha256.value_or(sha256) != sha256)
         return fail(QStringLiteral("%1 is gone or damaged").arg(package));
     manifest.packageSize = QString::number(QFileInfo(package).size());
-    return checkRemoved(manifest) && offer(manifest, sumOf(package, QCryptographicHash::Sha256));
+    return (!m_key || checkSigner(*release, sha256)) && checkRemoved(manifest) &&
+           offer(manifest, sha256);
+}
+
+/// Of what was read from the history, which others may have written, too.
+bool Publisher::isSigned(const Release &release) const
+{
+    const Format format = ManifestSignature::formatOf(release.data);
+    return ManifestSignature::verify(release.data, format, m_trusted).problem.isEmpty();
+}
+
+/// Whoever can write to the folder, but has no key, must not get a package of theirs signed.
+bool Publisher::checkSigner(const Release &release, const QString &packageSha256)
+{
+    if (isSigned(release))
+        return true;
+    if (!m_options.allowsResigning())
+        return fail(QStringLiteral("no given key has signed entry %1; give --public-keys with the "
+                                   "one that has, or --resign to sign what is there")
+                        .arg(release.number));
+    const QString package = m_folder.packagePath(release.manifest);
+    const auto names = PackageNames::in(package);
+    if (!names)
+        return fail(QStringLiteral("%1 was not written by this program").arg(package));
+    m_report += QStringLiteral("signed although no given key had signed it: %1, SHA-256 %2, with")
+                    .arg(package, packageSha256);
+    for (const QString &name : *names)
+        m_report += QStringLiteral("  ") + name;
+    return true;
 }
 
 bool Publisher::pause()
@@ -290,8 +324,10 @@ bool Publisher::list()
         const UpdateManifest &manifest = release.manifest;
         QStringList words{QString::number(release.number), release.since.toString(Qt::ISODate),
                           manifest.packageMd5.value_or(QString()), manifest.version};
-        if (manifest.signature)
+        if (isSigned(release))
             words += QStringLiteral("(signed)");
+        else if (manifest.signature || manifest.signature2)
+            words += QStringLiteral("(claims a signature)");
         if (!QFileInfo::exists(m_folder.packagePath(manifest)))
             words += QStringLiteral("(package removed)");
         if (&release == &m_folder.history().constLast())

@@ -40,6 +40,8 @@ private:
     bool checkKeyIsOutside(const PluginFolder &folder);
     bool isOffered(const UpdateManifest &manifest) const;
     bool checkRemoved(const UpdateManifest &manifest);
+    bool isSigned(const Release &release) const;
+    bool checkSigner(const Release &release, const QString &packageSha256);
     bool sign(UpdateManifest &manifest, const QString &packageSha256);
     bool offer(UpdateManifest manifest, const QString &packageSha256);
     bool fail(const QString &text);
@@ -47,6 +49,7 @@ private:
     const PublishOptions &m_options;
     ReleaseFolder m_folder;
     std::optional<SigningKey> m_key;
+    ManifestSignature::Keys m_trusted; ///< whoever has signed by one of these is the publisher
     QStringList m_report;
     QString m_error;
 };

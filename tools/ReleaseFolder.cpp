@@ -12,6 +12,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <limits>
 
 namespace
 {
@@ -44,9 +45,14 @@ QByteArray contentOf(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-UpdateManifest manifestIn(const QString &path)
+QJsonObject jsonIn(const QString &path)
 {
-    return UpdateManifest::fromJson(QJsonDocument::fromJson(contentOf(path)).object());
+    return QJsonDocument::fromJson(contentOf(path)).object();
+}
+
+QJsonObject dataOf(const QJsonObject &json)
+{
+    return json.value(QStringLiteral("data")).toObject();
 }
 } // namespace
 
@@ -81,7 +87,7 @@ bool ReleaseFolder::open(bool make)
     }
     removeLeftovers();
     readHistory();
-    const UpdateManifest manifest = manifestIn(manifestPath());
+    const auto manifest = UpdateManifest::fromJson(jsonIn(manifestPath()));
     if (manifest.hasData && !manifest.isServerError)
         m_offered = manifest;
     // There may be no history yet, or one that a power cut or a restored folder left behind.
@@ -118,15 +124,26 @@ void ReleaseFolder::readHistory()
             .entryInfoList({QStringLiteral("*.json")}, QDir::Files, QDir::Name);
     for (const QFileInfo &file : files) {
         const int number = file.completeBaseName().toInt();
-        const UpdateManifest manifest = manifestIn(file.filePath());
+        const QJsonObject json = jsonIn(file.filePath());
+        const auto manifest = UpdateManifest::fromJson(json);
         if (number > 0 && manifest.hasData)
-            m_history.append({number, file.lastModified(), manifest});
+            m_history.append({number, file.lastModified(), manifest, dataOf(json)});
     }
+    // Names with more digits sort before those with fewer.
+    std::stable_sort(m_history.begin(), m_history.end(),
+                     [](const Release &a, const Release &b) { return a.number < b.number; });
 }
 
 bool ReleaseFolder::record(const UpdateManifest &manifest)
 {
-    const int number = m_history.isEmpty() ? 1 : m_history.constLast().number + 1;
+    const int last = m_history.isEmpty() ? 0 : m_history.constLast().number;
+    if (last == std::numeric_limits<int>::max())
+        return fail(QStringLiteral(
+                        "%1/history/%2.json leaves no number for the next; remove it, unless it is "
+                        "yours")
+                        .arg(m_path)
+                        .arg(last));
+    const int number = last + 1;
     const QString path =
         QStringLiteral("%1/history/%2.json").arg(m_path).arg(number, 6, 10, QLatin1Char('0'));
     const QDateTime now = QDateTime::currentDateTime();
@@ -134,13 +151,20 @@ bool ReleaseFolder::record(const UpdateManifest &manifest)
     addNewFile(path);
     if (!fill(file, QJsonDocument(manifest.toJson()).toJson(), now) || !replace(file))
         return false;
-    m_history.append({number, now, manifest});
+    m_history.append({number, now, manifest, dataOf(manifest.toJson())});
     return true;
 }
 
 bool ReleaseFolder::offer(const UpdateManifest &manifest)
 {
-    if (!record(manifest) || !write(QJsonDocument(manifest.toJson()).toJson()))
+    const QByteArray json = QJsonDocument(manifest.toJson()).toJson();
+    if (json.size() > UpdateManifest::MaxSize)
+        return fail(
+            QStringLiteral("the manifest would take %1 bytes, and programs read %2 at most; "
+                           "fewer files, or shorter names, fit")
+                .arg(json.size())
+                .arg(UpdateManifest::MaxSize));
+    if (!record(manifest) || !write(json))
         return false;
     m_offered = manifest;
     return true;

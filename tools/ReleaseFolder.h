@@ -18,6 +18,7 @@ struct Release {
     int number = 0; ///< in the order of publishing, from 1
     QDateTime since;
     UpdateManifest manifest;
+    QJsonObject data; ///< what the manifest was read from, for its signatures
 };
 
 /// The folder that a web server serves: packages/, the manifest cms/upgrade with a compressed twin,

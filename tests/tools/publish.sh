@@ -213,8 +213,8 @@ p --key windows
 p --key k | grep 'already offered'
 
 story 'signed'
-o --new-key k
-o --new-key l
+o --new-key k >k.pub
+o --new-key l >l.pub
 p --key l
 p --key k | grep '^published'
 sha256sum out/packages/* | grep "$(value sha256)"
@@ -228,7 +228,9 @@ s=$(value serial)
 o --key k --rollback "$old"
 [ $(value serial) -gt "$s" ]
 sha256sum "out/packages/$old.zip" | grep "$(value sha256)"
-o --list | grep signed
+o --list | grep '(signed)' && exit 1
+[ $(o --list --key k | grep -c '(signed)') = 3 ]
+[ $(o --list --key k --public-keys "$(cat k.pub),$(cat l.pub)" | grep -c '(signed)') = 4 ]
 sed -i "s/$s/$((s + 30))/" out/*/*
 o --unsigned --rollback "$old"
 grep signature out/cms/upgrade && exit 1
@@ -236,6 +238,59 @@ p --key k
 [ $(value serial) -gt $((s + 30)) ]
 sed -i "s/$(value serial)/9$(value serial)/" out/*/*
 refused 1 'go back' p --key k --plugin-version 2
+
+story 'rolled back to what other keys have signed'
+o --new-key k >k.pub
+o --new-key l >l.pub
+p --key l
+old=$(value md5)
+# As publishers before 1.2 wrote it.
+sed -i '/signature2/d; /"size"/d' out/history/* out/cms/upgrade
+echo 2 >plugin/good
+p --key k
+refused 1 'no given key has signed entry 1' o --key k --rollback "$old"
+o --key k --public-keys "$(cat l.pub)" --rollback "$old"
+[ "$(value size)" = "$(stat -c %s "out/packages/$old.zip")" ]
+o --new-key m
+o --key m --rollback "$old" --resign | tee resigned
+sha256sum "out/packages/$old.zip" | cut -d ' ' -f 1 | grep -f - resigned
+grep -x '  good' resigned
+
+story 'what somebody without a key put into the folder'
+o --new-key k
+p --key k
+echo theirs >plugin/good
+p --out theirs
+cp theirs/packages/* out/packages
+forged=out/history/000002.json
+md5=$(jq -r .data.md5 theirs/cms/upgrade)
+sha256=$(sha256sum <"out/packages/$md5.zip" | cut -d ' ' -f 1)
+cp theirs/cms/upgrade $forged
+refused 1 'no given key has signed entry 2' o --key k --rollback "$md5"
+jq ".data.md5 = \"$md5\" | .data.sha256 = \"$sha256\"" out/history/000001.json >$forged
+refused 1 'no given key has signed entry 2' o --key k --rollback "$md5"
+o --list --key k | grep '^2 .*(claims a signature)'
+jq '.data.sha256 = "0"' theirs/cms/upgrade >$forged
+refused 1 'gone or damaged' o --key k --rollback "$md5" --resign
+echo x >>"out/packages/$md5.zip"
+odd=$(md5sum <"out/packages/$md5.zip" | cut -d ' ' -f 1)
+mv "out/packages/$md5.zip" "out/packages/$odd.zip"
+sed "s/$md5/$odd/" theirs/cms/upgrade >$forged
+refused 1 'was not written by this program' o --key k --rollback "$odd" --resign
+# Without its better signature it would be an older publisher's.
+old=$(value md5)
+sed -i 's/"signature2": "/&x/' out/history/000001.json
+rm out/cms/* $forged
+refused 1 'no given key has signed entry 1' o --key k --rollback "$old"
+
+story 'numbers of the history'
+p
+cp out/history/000001.json out/history/1000000.json
+cp out/history/000001.json out/history/999999.json
+p --plugin-version 2
+[ "$(o --list | tail -n 1 | cut -d ' ' -f 1)" = 1000001 ]
+cp out/history/000001.json out/history/2147483647.json
+refused 1 'leaves no number' p --plugin-version 3
 
 # signed_by_example MANIFEST : as docs/signing.md describes it to others.
 signed_by_example() {
@@ -268,6 +323,8 @@ refused 2 'Not a web address' p --base-url 127.0.0.1:8102
 refused 2 'Not a web address' p --base-url http:///x
 refused 2 'Not a web address' p --base-url 'http://h/?a=b'
 refused 2 'Missing --key.' p --key ''
+refused 2 'Missing --public-keys.' o --list --public-keys ''
+refused 2 'Not public keys' o --list --public-keys k
 refused 2 'Not a web address' o --rollback 0 --base-url h
 refused 2 'One thing' o --list --pause
 refused 2 'Not a number above 0' p --keep 0
@@ -312,6 +369,14 @@ kill $!
 wait $! && exit 1
 grep interrupted complaint
 [ ! -e out ]
+
+story 'a manifest that programs would not read'
+deep=plugin$(printf "/$(printf '深%.0s' {1..80})%.0s" {1..10})
+mkdir -p "$deep"
+touch "$deep"/{1..400}
+set +x
+refused 1 'programs read 2097152 at most' p
+set -x
 
 story 'a manifest that does not fit on the disk'
 p
