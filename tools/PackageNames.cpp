@@ -25,21 +25,16 @@ std::optional<QStringList> PackageNames::in(const QString &path)
     if (!file.open(QIODevice::ReadOnly) || !file.seek(file.size() - EndSize))
         return std::nullopt;
     const QByteArray end = file.read(EndSize);
-    if (end.size() != EndSize || doubleWord(end, 0) != 0x06054b50 || word(end, 20) != 0)
+    if (end.size() != EndSize || doubleWord(end, 0) != 0x06054b50 ||
+        !file.seek(doubleWord(end, 16)))
         return std::nullopt;
-    const qint64 size = doubleWord(end, 12), offset = doubleWord(end, 16);
-    if (offset + size + EndSize != file.size() || !file.seek(offset))
-        return std::nullopt;
-    const QByteArray directory = file.read(size);
-
     QStringList names;
-    int at = 0;
-    while (at + HeaderSize <= directory.size() && doubleWord(directory, at) == 0x02014b50) {
-        const int length = word(directory, at + 28);
-        names += QString::fromUtf8(directory.mid(at + HeaderSize, length));
-        at += HeaderSize + length + word(directory, at + 30) + word(directory, at + 32);
+    for (int left = word(end, 10); left > 0; --left) {
+        const QByteArray header = file.read(HeaderSize);
+        if (header.size() != HeaderSize || doubleWord(header, 0) != 0x02014b50)
+            return std::nullopt;
+        names += QString::fromUtf8(file.read(word(header, 28)));
+        file.skip(word(header, 30) + word(header, 32));
     }
-    if (at != directory.size() || names.size() != word(end, 10))
-        return std::nullopt;
     return names;
 }

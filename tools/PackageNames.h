@@ -8,6 +8,6 @@
 namespace PackageNames
 {
 /// The names of the files in the package at \a path, as its directory lists them. Nothing when it
-/// is not laid out as ZipWriter does it: other readers might then find another directory in it.
+/// does not end as ZipWriter ends it: other readers might then find another directory in it.
 std::optional<QStringList> in(const QString &path);
 } // namespace PackageNames

@@ -97,6 +97,6 @@ Verdict ManifestTrust::judge(const QJsonObject &data, const Publishers &publishe
                 QStringLiteral("%1 is below %2").arg(*serial).arg(lowest), false, memory};
     Memory kept = memory;
     kept.serials = remember(memory.serials, result.signer, *serial);
-    kept.needsSignature2 = memory.needsSignature2 || format == Format::V2;
+    kept.needsSignature2 = format == Format::V2;
     return {Verdict::Outcome::Accepted, {}, format == Format::V2, kept};
 }

@@ -231,6 +231,9 @@ sha256sum "out/packages/$old.zip" | grep "$(value sha256)"
 o --list | grep '(signed)' && exit 1
 [ $(o --list --key k | grep -c '(signed)') = 3 ]
 [ $(o --list --key k --public-keys "$(cat k.pub),$(cat l.pub)" | grep -c '(signed)') = 4 ]
+sed -i 's/"signature2": "/&x/' out/cms/upgrade
+p --key k | grep '^published'
+s=$(value serial)
 sed -i "s/$s/$((s + 30))/" out/*/*
 o --unsigned --rollback "$old"
 grep signature out/cms/upgrade && exit 1
