@@ -218,6 +218,7 @@ o --new-key l >l.pub
 p --key l
 p --key k | grep '^published'
 sha256sum out/packages/* | grep "$(value sha256)"
+[ "$(value size)" = "$(stat -c %s out/packages/*)" ]
 refused 1 'was signed' p
 old=$(value md5)
 s=$(value serial)
@@ -231,6 +232,7 @@ sha256sum "out/packages/$old.zip" | grep "$(value sha256)"
 o --list | grep '(signed)' && exit 1
 [ $(o --list --key k | grep -c '(signed)') = 3 ]
 [ $(o --list --key k --public-keys "$(cat k.pub),$(cat l.pub)" | grep -c '(signed)') = 4 ]
+p --key k
 sed -i 's/"signature2": "/&x/' out/cms/upgrade
 p --key k | grep '^published'
 s=$(value serial)
@@ -275,7 +277,8 @@ refused 1 'no given key has signed entry 2' o --key k --rollback "$md5"
 o --list --key k | grep '^2 .*(claims a signature)'
 jq '.data.sha256 = "0"' theirs/cms/upgrade >$forged
 refused 1 'gone or damaged' o --key k --rollback "$md5" --resign
-echo x >>"out/packages/$md5.zip"
+# Readers that find no directory at its end look for another one.
+printf x | dd of="out/packages/$md5.zip" bs=1 seek=$(($(stat -c %s "out/packages/$md5.zip") - 22)) conv=notrunc
 odd=$(md5sum <"out/packages/$md5.zip" | cut -d ' ' -f 1)
 mv "out/packages/$md5.zip" "out/packages/$odd.zip"
 sed "s/$md5/$odd/" theirs/cms/upgrade >$forged
