@@ -26,7 +26,7 @@ public:
 
     UpdateManifest offered;
     QByteArray archive; ///< the package
-    /// When there is one, what is published gets a serial and each answer the signatures of this key.
+    /// When there is one, what is published gets a serial and each answer its signatures.
     std::optional<SigningKey> key;
     int serial = 1000;
     /// Changes the manifest's "data" on its way out, behind the signature.
