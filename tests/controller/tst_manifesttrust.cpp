@@ -91,7 +91,6 @@ class tst_ManifestTrust : public QObject
 private slots:
     void judge_data();
     void judge();
-    void keyLists_data();
     void keyLists();
 };
 
@@ -158,27 +157,17 @@ void tst_ManifestTrust::judge()
           "verdict");
 }
 
-void tst_ManifestTrust::keyLists_data()
+/// No word of a list is left out in silence.
+void tst_ManifestTrust::keyLists()
 {
-    QTest::addColumn<QByteArray>("text");
-    QTest::addColumn<int>("keys"); // -1 when the build is to be refused
     const QByteArray key = m_signers.at('A').publicKey().toBase64();
-    QTest::newRow("none") << QByteArray() << 0;
-    QTest::newRow("two") << key + ',' + key << 2;
+    QVERIFY(ManifestSignature::isKeyList(""));
+    QVERIFY(ManifestSignature::isKeyList((key + ',' + key).toStdString()));
+    QCOMPARE(ManifestSignature::keysFromText(key + ',' + key).size(), 2);
     for (const QByteArray &text :
          {key.chopped(1), key + ',', ',' + key, key + ",," + key, key + ';' + key, key + ", " + key,
           key + 'A', key.chopped(2) + "B=", key.chopped(2) + "==", '-' + key.mid(1)})
-        QTest::newRow(text) << text << -1;
-}
-
-/// Nothing is left out in silence.
-void tst_ManifestTrust::keyLists()
-{
-    QFETCH(QByteArray, text);
-    QFETCH(int, keys);
-    QCOMPARE(ManifestSignature::isKeyList(text.toStdString()), keys >= 0);
-    if (keys >= 0)
-        QCOMPARE(ManifestSignature::keysFromText(text).size(), keys);
+        QVERIFY2(!ManifestSignature::isKeyList(text.toStdString()), text);
 }
 
 QTEST_APPLESS_MAIN(tst_ManifestTrust)
