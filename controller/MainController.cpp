@@ -237,9 +237,9 @@ void MainController::StartWritePluginConfigData(bool bHelloMessageOpen, bool bUp
                                     strGamePath);
 }
 
-void MainController::DownloadPlugin(QString strDownloadUrl)
+void MainController::DownloadPlugin(QString strDownloadUrl, QString strSize)
 {
-    m_downloader->DownloadPlugin(strDownloadUrl);
+    m_downloader->DownloadPlugin(strDownloadUrl, strSize);
 }
 
 void MainController::UnInstallPlugins()

@@ -56,8 +56,9 @@ public:
     void StartWritePluginConfigData(bool bHelloMessageOpen, bool bUploadStandingsOpen,
                                     bool bUploadReplayOpen, QString strGamePath);
 
-    /// Fetches the package; answered by OnDownloadPluginFinished, after an error by both.
-    void DownloadPlugin(QString strDownloadUrl);
+    /// Fetches the package, of at most \a strSize bytes if that is a number; answered by
+    /// OnDownloadPluginFinished, after an error by both.
+    void DownloadPlugin(QString strDownloadUrl, QString strSize = QString());
     /// Deletes the installed plugin's files on the calling thread.
     void UnInstallPlugins();
     /// Turns the updater's start at each logon on or off; blocks. Returns whether it was

@@ -104,7 +104,7 @@ private:
     void rememberManifest(const ManifestTrust::Memory &memory);
     bool isDifferent(const UpdateManifest &manifest);
     void storeFileList(const PluginFileList &files);
-    void startDownload(const QString &link);
+    void startDownload(const QString &link, const QString &size);
     bool endWithoutUpdate();
 
     // Update flow

@@ -87,7 +87,7 @@ bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
         qDebug() << "package was given up, not fetched this time" << m_newPackageMd5;
         return endWithoutUpdate();
     }
-    startDownload(*manifest.link);
+    startDownload(*manifest.link, manifest.packageSize.value_or(QString()));
     return true;
 }
 
@@ -159,14 +159,14 @@ void MainWindow::storeFileList(const PluginFileList &files)
     MainController::instance()->WriteSetting(Keys::KeyFilesMd5, QVariant::fromValue(files));
 }
 
-void MainWindow::startDownload(const QString &link)
+void MainWindow::startDownload(const QString &link, const QString &size)
 {
     qDebug() << "plugin start download" << link;
     QDir().mkpath(Paths::downloadFolder());
     // First the setting: when the package file can't be opened, the download ends within its call,
     // and what that empties must not be filled again behind it.
     MainController::instance()->WriteSetting(Keys::KeyPackageMd5, m_newPackageMd5);
-    MainController::instance()->DownloadPlugin(link);
+    MainController::instance()->DownloadPlugin(link, size);
 }
 
 bool MainWindow::endWithoutUpdate()

@@ -12,9 +12,10 @@ PluginDownloader::PluginDownloader(QObject *parent)
             &PluginDownloader::onUpdateCurrentDownProgress);
 }
 
-void PluginDownloader::DownloadPlugin(QString strDownloadUrl)
+void PluginDownloader::DownloadPlugin(QString strDownloadUrl, QString strSize)
 {
-    m_queue->append(QUrl(strDownloadUrl, QUrl::TolerantMode), Paths::packageFile());
+    m_queue->append(QUrl(strDownloadUrl, QUrl::TolerantMode), Paths::packageFile(),
+                    DownloadLimit::sizeFromText(strSize));
 }
 
 void PluginDownloader::finished(QString strFileName)

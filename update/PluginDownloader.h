@@ -18,7 +18,9 @@ public:
 public slots:
     /// Starts fetching the package at \a strDownloadUrl. Answered by one DownloadPluginFinished
     /// when all that was asked for so far has ended, after a DownloadPluginError for each failure.
-    void DownloadPlugin(QString strDownloadUrl);
+    /// The package is refused when it has more than \a strSize bytes, in decimal digits; what is no
+    /// number sets no bound of its own.
+    void DownloadPlugin(QString strDownloadUrl, QString strSize = QString());
 
 signals:
     /// All downloads have ended, well or not; \a strFilePath is the package file.

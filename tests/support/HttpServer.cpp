@@ -59,6 +59,12 @@ void send(QTcpSocket *socket, const HttpRecord &record, const HttpAnswer &answer
 
     const QByteArray whole = record.method == "HEAD" ? QByteArray() : answer.body;
     const QByteArray body = whole.mid(0, answer.cutAfter);
+    if (answer.dripMs > 0) {
+        auto *timer = new QTimer(socket);
+        QObject::connect(timer, &QTimer::timeout, socket,
+                         [=, sent = 0]() mutable { socket->write(body.mid(sent++, 1)); });
+        return timer->start(answer.dripMs);
+    }
     const int half = answer.tailDelayMs > 0 ? body.size() / 2 : 0;
     QTimer::singleShot(answer.bodyDelayMs, socket, [=] {
         socket->write(body.left(half));

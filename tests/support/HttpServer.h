@@ -18,6 +18,7 @@ struct HttpAnswer {
     int cutAfter = -1;   ///< announce the whole body, send so many bytes of it, then close
     bool silent = false; ///< never answer, keep the connection
     int tailDelayMs = 0; ///< between the first half of the body and the rest
+    int dripMs = 0;      ///< this long between its bytes, without which all of them go at once
     QByteArray raw = {}; ///< if any, exactly these bytes in place of all that, then close
 };
 

@@ -89,6 +89,9 @@ QHash<QString, Step> makeSteps()
                  data[field] = data[field].toString() + '1';
              };
          })},
+        {"size", offering([](auto &server, auto &size) {
+             server.falsify = [size](QJsonObject &data) { data["size"] = size; };
+         })},
         {"strip", offering([](auto &server, auto &field) {
              server.falsify = [field](QJsonObject &data) { data.remove(field); };
          })},
@@ -219,6 +222,7 @@ void tst_UpdateFlow::flow_data()
     row("wrong ones in a row",
         "offer; cut off twice; tick; installed 1.2.4; announce 0; tick; 1 ShowNew(void)",
         "9+8" + done + "; " + wrong + unasked);
+    row("larger than said", "offer; size 1; tick; 1 ShowNew(void)", "6+5; " + wrong);
 
     // Four re-installations after the first failure; nobody asked, so only the badge tells.
     row("no archive, user", "remove package; offer; pack no archive; press",
