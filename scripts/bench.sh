@@ -7,9 +7,6 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 source "$root/scripts/demo.sh"
 
-# One decimal point for all who read or write a number here.
-export LC_ALL=C.UTF-8
-
 bench=$root/build/bench
 data=$bench/data
 target=$bench/target

@@ -1,6 +1,8 @@
 # Shared by the scripts; source it. Sets $root to the project's folder.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+# File names and texts are UTF-8, also on a machine without a locale.
+export LC_ALL=C.UTF-8
 
 # What building and running need, what the tests need on top.
 build_packages=(g++ cmake make pkg-config qtbase5-dev qtbase5-private-dev zlib1g-dev libsodium-dev libssl-dev fonts-noto-cjk)

@@ -13,7 +13,6 @@ work=$(mktemp -d)
 chmod 755 "$work" # nginx may run as somebody else
 server=
 trap '[ -z "$server" ] || kill "$server"; rm -rf "$work"' EXIT
-export LC_ALL=C.UTF-8
 
 # poll_bytes OPTION... : of one answer, head and body.
 poll_bytes() {

@@ -15,7 +15,7 @@ id=example.brekka.Brekka
 window_title='^Brekka助手$'
 
 set_environment() {
-    export HOME="$work/坦克 \"玩家\" \$HOME 'x' \`id\` \\n" XDG_RUNTIME_DIR=$work/run LC_ALL=C.UTF-8 QT_FORCE_STDERR_LOGGING=1
+    export HOME="$work/坦克 \"玩家\" \$HOME 'x' \`id\` \\n" XDG_RUNTIME_DIR=$work/run QT_FORCE_STDERR_LOGGING=1
     unset XDG_DATA_HOME XDG_CACHE_HOME XDG_CONFIG_HOME SUDO_USER
     mkdir -p "$HOME/.config/autostart" "$HOME/游戏/mods" "$HOME/.local/share/other"
     mkdir -m 700 "$XDG_RUNTIME_DIR"
