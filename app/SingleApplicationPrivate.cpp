@@ -179,7 +179,10 @@ void SingleApplicationPrivate::becomePrimary()
     server->setSocketOptions(options & SingleApplication::PerUser
                                  ? QLocalServer::UserAccessOption
                                  : QLocalServer::WorldAccessOption);
-    server->listen(place->serverName());
+    // Later starts wait for an answer that never comes, and raise no window.
+    if (!server->listen(place->serverName()))
+        qWarning() << "SingleApplication: Unable to listen for later starts:"
+                   << server->errorString();
     connect(server.get(), &QLocalServer::newConnection, this,
             &SingleApplicationPrivate::slotConnectionEstablished);
 

@@ -10,16 +10,21 @@
 #include <memory>
 #include <vector>
 
+#include <sched.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
-#define EVENTUALLY(condition) WAIT_FOR_MS(condition, Patience)
+#define EVENTUALLY(condition) WAIT_FOR_MS(condition, patience())
 
 namespace
 {
-constexpr int Patience = 60000; // milliseconds
+/// Milliseconds. What follows a failure makes no sense any more, so it need not take long.
+int patience()
+{
+    return QTest::currentTestFailed() ? 100 : 60000;
+}
 
 void obey(SingleApplication &application)
 {
@@ -75,9 +80,12 @@ struct Probe : QProcess {
     {
         write(farewell);
         closeWriteChannel();
-        waitForFinished(Patience);
+        waitForFinished(patience());
+        std::cerr << readErrors().constData(); // a sanitizer's report may be in it
+        errors.clear();
         return state() == NotRunning && exitStatus() == NormalExit ? exitCode() : -1;
     }
+    QByteArray readErrors() { return errors += readAllStandardError(); }
     QByteArrayList lines()
     {
         output += readAllStandardOutput();
@@ -91,16 +99,15 @@ struct Probe : QProcess {
     }
 
     QByteArray output;
+    QByteArray errors;
 };
 using ProbePtr = std::unique_ptr<Probe>;
 
 ProbePtr startPrimary(const QString &arguments = "4")
 {
     auto probe = std::make_unique<Probe>(arguments);
-    probe->waitForReadyRead(Patience);
-    // Without one nothing that follows makes sense, and each wait would take its time.
-    if (!probe->isPrimary())
-        qFatal("No primary: %s", (probe->output + probe->readAllStandardError()).constData());
+    probe->waitForReadyRead(patience());
+    QTest::qVerify(probe->isPrimary(), "primary", probe->readErrors(), __FILE__, __LINE__);
     return probe;
 }
 
@@ -137,13 +144,14 @@ class tst_InstanceGuard : public QObject
 {
     Q_OBJECT
     std::unique_ptr<QTemporaryDir> m_temp;
+    const QString ownFolder = "brekka-" + QString::number(geteuid());
 
     QString path(const QString &name) const { return m_temp->filePath(name); }
     QString blockFile(const QString &folder = "run/") const
     {
         return path(folder + QFileInfo(QSharedMemory(keyOf()).nativeKey()).fileName());
     }
-    key_t systemKey() const { return ftok(qPrintable(blockFile()), 'Q'); }
+    static key_t systemKey(const QString &file) { return ftok(qPrintable(file), 'Q'); }
 
     /// What \a primary has told since its start, once it has handled everything sent so far.
     QByteArray reportsOf(Probe &primary)
@@ -151,7 +159,7 @@ class tst_InstanceGuard : public QObject
         QLocalSocket socket;
         socket.connectToServer(path("run/" + keyOf()));
         socket.write(greeting(keyOf(), 3, 99) + "end");
-        if (!QTest::qWaitFor([&] { return primary.has("message 99 end"); }, Patience))
+        if (!QTest::qWaitFor([&] { return primary.has("message 99 end"); }, patience()))
             return "no end";
         return primary.lines().mid(1, primary.lines().size() - 2).join(", ");
     }
@@ -164,76 +172,140 @@ private slots:
         m_temp = std::make_unique<QTemporaryDir>();
         qputenv("TMPDIR", m_temp->path().toUtf8());
         qputenv("XDG_RUNTIME_DIR", path("run").toUtf8());
+        qputenv("XDG_CACHE_HOME", path("cache").toUtf8());
         QCOMPARE(mkdir(qPrintable(path("run")), 0700), 0);
     }
 
+    void starts_data()
+    {
+        // A race has to be lost before it shows: set the variable for a longer hunt, without ctest,
+        // which would end it.
+        QTest::addColumn<int>("round");
+        for (int i = 0; i < qMax(6, qEnvironmentVariableIntValue("BREKKA_RACES")); ++i)
+            QTest::addRow("%d", i) << i;
+    }
+
+    /// Without a runtime folder, so that the first ones create one for all.
     void starts()
     {
-        // A race has to be lost before it shows: set the variable for a longer hunt.
-        const int rounds = qMax(6, qEnvironmentVariableIntValue("BREKKA_RACES"));
-        for (int round = 0; round < rounds; ++round) {
-            if (round % 2) // an orphan is in the way
-                startPrimary()->kill();
-            std::vector<ProbePtr> probes(10);
-            for (ProbePtr &probe : probes)
-                probe = std::make_unique<Probe>();
-            for (const ProbePtr &probe : probes)
-                EVENTUALLY(!probe->lines().isEmpty());
-            std::partition(probes.begin(), probes.end(), std::mem_fn(&Probe::isPrimary));
-            Probe &primary = *probes.front();
-            QVERIFY(primary.isPrimary() && !probes[1]->isPrimary());
-            for (size_t i = 1; i < probes.size(); ++i) {
-                probes[i]->write("hi\n");
-                EVENTUALLY(probes[i]->has("sent"));
-                QCOMPARE(probes[i]->quit(), 0);
-            }
-            for (int i = 1; i < 10; ++i)
-                EVENTUALLY(primary.has("message " + QByteArray::number(i) + " hi"));
-            QCOMPARE(primary.lines().count("started"), 9);
+        QFETCH(int, round);
+        const bool shared = round % 3 == 2; // in the temporary folder, where a name is taken
+        const QString place = shared ? ownFolder + "-1/" : "cache/tst_instanceguard/run/";
+        QVERIFY(QFile(path(shared ? "cache" : "unused")).open(QIODevice::WriteOnly));
+        QVERIFY(QFile(path(ownFolder)).open(QIODevice::WriteOnly));
+        QVERIFY(qunsetenv("XDG_RUNTIME_DIR"));
 
-            // The last one leaves nothing behind. By number: as soon as a key is free, any other
-            // program may come to use it.
-            const int block = shmget(systemKey(), 0, 0);
-            QVERIFY(block != -1);
-            QCOMPARE(primary.quit(round % 3 ? "" : "exit\n"), 0);
-            shmid_ds state = {};
-            QCOMPARE(shmctl(block, IPC_STAT, &state), -1);
-            QVERIFY(
-                QDir(path("run")).isEmpty(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot));
+        if (round % 2) // an orphan is in the way
+            startPrimary()->kill();
+        std::vector<ProbePtr> probes(10);
+        for (ProbePtr &probe : probes)
+            probe = std::make_unique<Probe>();
+        for (const ProbePtr &probe : probes)
+            EVENTUALLY(!probe->lines().isEmpty());
+        std::partition(probes.begin(), probes.end(), std::mem_fn(&Probe::isPrimary));
+        Probe &primary = *probes.front();
+        QVERIFY(primary.isPrimary() && !probes[1]->isPrimary());
+        for (size_t i = 1; i < probes.size(); ++i) {
+            probes[i]->write("hi\n");
+            EVENTUALLY(probes[i]->has("sent"));
+            QCOMPARE(probes[i]->quit(), 0);
         }
+        for (int i = 1; i < 10; ++i)
+            EVENTUALLY(primary.has("message " + QByteArray::number(i) + " hi"));
+        QCOMPARE(primary.lines().count("started"), 9);
+
+        // The last one leaves nothing behind. By number: as soon as a key is free, any other
+        // program may come to use it.
+        const int block = shmget(systemKey(blockFile(place)), 0, 0);
+        QVERIFY(block != -1);
+        QCOMPARE(primary.quit(round % 3 ? "" : "exit\n"), 0);
+        shmid_ds state = {};
+        QCOMPARE(shmctl(block, IPC_STAT, &state), -1);
+        QVERIFY(QDir(path(place)).isEmpty(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot));
     }
 
     void places_data()
     {
-        QTest::addColumn<QString>("folder"); // "~" stands for the temporary one
-        QTest::newRow("own") << "~/own";
-        QTest::newRow("relative") << "own";
-        QTest::newRow("no folder") << "~/file";
-        QTest::newRow("the group's, too") << "~/group";
-        QTest::newRow("everybody's") << "~/all";
-        if (geteuid() == 0) // who alone can give a folder away
-            QTest::newRow("somebody else's") << "~/other";
+        // "~" stands for the temporary folder, "*" makes the longest path that a socket can have.
+        QTest::addColumn<QString>("runtime");
+        QTest::addColumn<QString>("cache");
+        QTest::addColumn<QString>("setup"); // done there by a shell; $own is ownFolder
+        QTest::addColumn<QString>("place");
+        const QString cache = "cache/tst_instanceguard/run";
+        const auto row = [](const char *name, const QString &runtime, const QString &caches,
+                            const QString &setup, const QString &place) {
+            QTest::newRow(name) << runtime << caches << setup << place;
+        };
+        row("own", "~/own", "~/cache", "mkdir -m 700 own", "own");
+        row("longest", "~/*", "~/cache", "mkdir -m 700 $longest", "*");
+        row("too long", "~/*r", "~/cache", "mkdir -m 700 ${longest}r", cache);
+        row("relative", "own", "~/cache", "mkdir -m 700 own", cache);
+        row("no folder", "~/file", "~/cache", "touch file", cache);
+        row("the group's, too", "~/group", "~/cache", "mkdir -m 710 group", cache);
+        row("everybody's", "~/all", "~/cache", "mkdir -m 701 all", cache);
+        row("a link", "~/link", "~/cache", "mkdir -m 700 own; ln -s own link", cache);
+        row("used before", "~/own", "~/cache", "mkdir -m 700 own $own-15; touch $own-15/$block",
+            ownFolder + "-15");
+
+        row("cache too long", "", "~/*", "", ownFolder);
+        row("relative cache", "", "cache", "", ownFolder);
+        row("no cache folder", "", "~/cache", "touch cache", ownFolder);
+        row("everybody's cache", "", "~/", "mkdir -p tst_instanceguard/run", ownFolder);
+        row("names taken", "", "/dev/null",
+            "mkdir -m 700 own; ln -s own $own; mkdir -m 777 $own-1; touch own/$block $own-1/$block",
+            ownFolder + "-2");
+        row("all names taken", "", "/dev/null",
+            "touch $own; for i in $(seq 15); do touch $own-$i; done", "/tmp/" + ownFolder);
+        if (geteuid() != 0) // who alone can give a folder away, and mount one
+            return;
+        row("somebody else's", "~/own", "/dev/null", "mkdir -m 700 own $own; chown 12345 own $own",
+            ownFolder + "-1");
+        if (unshare(CLONE_NEWNS) == 0)
+            row("read-only", "~/own", "~/cache",
+                "mkdir own; mount --make-rprivate /; mount -t tmpfs -o ro,mode=700 none own",
+                cache);
     }
 
     /// No other user may be able to take the files away, nor stand in the way with theirs.
     void places()
     {
-        QFETCH(QString, folder);
+        QFETCH(QString, runtime);
+        QFETCH(QString, cache);
+        QFETCH(QString, setup);
+        QFETCH(QString, place);
         QVERIFY(QDir::setCurrent(m_temp->path()));
-        QProcess::execute("sh", {"-c", "touch file; mkdir -m 755 own other; mkdir -m 720 group; "
-                                       "mkdir -m 702 all; chown 12345 other"});
-        qputenv("XDG_RUNTIME_DIR", folder.replace('~', m_temp->path()).toUtf8());
+        const QString longest(61 - m_temp->path().size(), 'r');
+        qputenv("own", ownFolder.toUtf8());
+        qputenv("longest", longest.toUtf8());
+        qputenv("block", QFileInfo(blockFile()).fileName().toUtf8());
+        QProcess::execute("sh", {"-c", setup});
+        for (QString *folder : {&runtime, &cache, &place})
+            folder->replace('~', m_temp->path()).replace('*', longest);
+        qputenv("XDG_RUNTIME_DIR", runtime.toUtf8());
+        qputenv("XDG_CACHE_HOME", cache.toUtf8());
 
         const ProbePtr primary = startPrimary();
-        const QString place = qstrcmp(QTest::currentDataTag(), "own") ? "" : "own/";
+        const Probe second;
+        EVENTUALLY(primary->has("started"));
         // Old files are cleared away.
-        const QByteArray files[] = {path(place + keyOf()).toUtf8(), blockFile(place).toUtf8()};
+        const QDir folder(QDir().absoluteFilePath(place));
+        const QByteArray files[] = {folder.filePath(keyOf()).toUtf8(),
+                                    folder.filePath(QFileInfo(blockFile()).fileName()).toUtf8()};
         const timeval old[2] = {};
         for (const QByteArray &file : files)
             QCOMPARE(utimes(file, old), 0);
         primary->write("timers\n");
         for (const QByteArray &file : files)
             EVENTUALLY(QFileInfo(file).lastModified().toSecsSinceEpoch() > 0);
+        QProcess::execute("sh", {"-c", "umount own 2>/dev/null"});
+    }
+
+    /// The program runs on, but its window can't be raised.
+    void listening()
+    {
+        QVERIFY(QDir(path("run")).mkdir(keyOf()));
+        const ProbePtr primary = startPrimary();
+        QVERIFY(primary->readErrors().contains("SingleApplication: Unable to listen"));
     }
 
     void successor()
@@ -265,7 +337,7 @@ private slots:
         timer.start();
         const ProbePtr primary = startPrimary();
         QVERIFY(timer.elapsed() > 5000);
-        QVERIFY(primary->readAllStandardError().contains(
+        QVERIFY(primary->readErrors().contains(
             "SingleApplication: Shared memory block has been in an inconsistent state from more "
             "than 5s. Assuming primary instance failure."));
         QCOMPARE(QByteArray(static_cast<const char *>(block.constData()), 8),
@@ -276,7 +348,7 @@ private slots:
     void foreignBlock()
     {
         QVERIFY(QFile(blockFile()).open(QIODevice::WriteOnly));
-        const int foreign = shmget(systemKey(), 64, IPC_CREAT | IPC_EXCL | 0600);
+        const int foreign = shmget(systemKey(blockFile()), 64, IPC_CREAT | IPC_EXCL | 0600);
         const ProbePtr primary = startPrimary();
         Probe second;
         EVENTUALLY(second.has("secondary " + primary->identity()));

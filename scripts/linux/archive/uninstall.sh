@@ -28,7 +28,9 @@ remove_logon_task() {
 remove_data() {
     rm -f "$program/brekka.ini" "$program/brekka.ini.lock" "$program"/brekka.ini.?????? \
         "$program/plugins/pluginsconfig" "$cache"/data8/?/*.d "$cache"/prepared/*.d
-    for folder in "$program/plugins" "$cache"/data8/? "$cache/data8" "$cache/prepared" "$cache" "${cache%/http}"; do
+    # The last copy that meets in "run" or "brekka-UID" empties it.
+    for folder in "$program/plugins" "$cache"/data8/? "$cache/data8" "$cache/prepared" "$cache" "${cache%/http}/run" \
+        "${cache%/http}" "${TMPDIR:-/tmp}/brekka-$(id -u)"; do
         rmdir "$folder" 2>/dev/null || true
     done
 }
