@@ -13,7 +13,7 @@ lint_packages=(clang clang-format clang-tidy clazy shellcheck git)
 mingw_packages=(g++-mingw-w64-x86-64-posix wine wine64 desktop-file-utils libglib2.0-bin)
 
 linux_packages=(librsvg2-bin desktop-file-utils appstream)
-linux_test_packages=(xvfb openbox xdotool libglib2.0-bin desktop-file-utils busybox curl)
+linux_test_packages=(xvfb openbox xdotool libglib2.0-bin desktop-file-utils busybox curl devscripts)
 windows_packages=(libz-mingw-w64-dev zip qttranslations5-l10n nsis)
 windows_test_packages=(locales xvfb openbox picom xdotool imagemagick unzip busybox curl fonts-liberation fonts-noto-cjk)
 

@@ -113,6 +113,16 @@ refuses() {
     [ ! -e "$program" ] || fail 'something was installed'
 }
 
+# check_hardening : what the compiler and the linker are told to protect from memory errors.
+check_hardening() {
+    step 'The programs are hardened.'
+    # The start-up code of the distribution lacks the mark for indirect branches, so nothing has it.
+    hardening-check --nocfprotection "$unpacked/program/"{Brekka,BrekkaUpdater,brekka-publish} >"$work/hardening.log" || {
+        cat "$work/hardening.log" >&2
+        fail 'a program is not hardened'
+    }
+}
+
 walk_refusal() {
     step 'Without the libraries that it needs it says which packages are missing, and does nothing.'
     refuses 'apt install libqt5axl5' sed -i 's/libQt5Xml\.so\.5/libQt5Axl.so.5/g'
@@ -240,5 +250,6 @@ mkdir -p "$work"
 set_environment
 start_display "$work"
 prepare
+check_hardening
 walk
 printf 'Nothing was left behind.\n'

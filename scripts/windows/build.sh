@@ -88,6 +88,20 @@ check_imports() {
     [ "$absent" = 0 ] || fail 'the archive is not complete'
 }
 
+# check_hardening FOLDER : everything may be loaded anywhere in a large address space and runs no data;
+# the programs watch their stack.
+check_hardening() {
+    local file header
+    while IFS= read -r file; do
+        header=$(x86_64-w64-mingw32-objdump -p "$file")
+        [[ $header = *HIGH_ENTROPY_VA*DYNAMIC_BASE*NX_COMPAT* && $header != *'relocations stripped'* ]] ||
+            fail "not hardened: ${file#"$1/"}"
+    done < <(find "$1" -name '*.exe' -o -name '*.dll')
+    for file in "$1"/*.exe; do
+        grep -qF 'stack smashing detected' "$file" || fail "no stack protector: ${file#"$1/"}"
+    done
+}
+
 install_packages "${build_packages[@]}" "${mingw_packages[@]}" "${windows_packages[@]}"
 make_toolkit
 compile "$@"
@@ -97,6 +111,7 @@ work=$root/build/windows/archive
 rm -rf "$work" "$root/build/windows/"Brekka-*-{win64.zip,setup.exe}
 collect "$work/$name-win64"
 check_imports "$work/$name-win64"
+check_hardening "$work/$name-win64"
 sign "$work/$name-win64"
 level "$work/$name-win64"
 pack "$work/$name-win64" "$root/build/windows/$name-win64.zip"
