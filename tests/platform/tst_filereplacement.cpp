@@ -1,0 +1,173 @@
+#include "FileReplacement.h"
+#include "Files.h"
+#include "SmallDisk.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <functional>
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+using FileReplacement::Result;
+
+using Step = std::function<void(const QByteArray &)>; // given the target's path
+Q_DECLARE_METATYPE(Step)
+Q_DECLARE_METATYPE(Result)
+
+namespace
+{
+constexpr uid_t Stranger = 65534;
+
+struct stat statusOf(const QString &path)
+{
+    struct stat status = {};
+    stat(QFile::encodeName(path).constData(), &status);
+    return status;
+}
+} // namespace
+
+/// One target "file" in a folder, which holds an old content in most rows.
+class tst_FileReplacement : public QObject
+{
+    Q_OBJECT
+private slots:
+    void replaces_data()
+    {
+        QTest::addColumn<Step>("prepare");
+        QTest::addColumn<int>("size"); // of the new content
+        QTest::addColumn<bool>("inPlace");
+        QTest::addColumn<Result>("result");
+        QTest::addColumn<bool>("isSameFile");
+        const auto row = [](const QByteArray &name, Step prepare, int size, bool inPlace,
+                            Result result, bool isSameFile = true) {
+            QTest::newRow(name.constData()) << prepare << size << inPlace << result << isSameFile;
+        };
+        const auto nothing = [](const QByteArray &) {};
+        const auto remove = [](const QByteArray &file) { unlink(file); };
+        const auto hardLink = [](const QByteArray &file) { QCOMPARE(link(file, file + "2"), 0); };
+        const auto leftover = [](const QByteArray &file) {
+            Files::write(file + FileReplacement::Suffix, QByteArray(9000, 'l'));
+        };
+        const auto mode = [](const QByteArray &file) { chmod(file, 02751); };
+        const auto list = [](const QByteArray &file) {
+            // One more user may read it.
+            const QByteArray bytes = QByteArray::fromHex(
+                "0200000001000600ffffffff02000400efbeadde04000400ffffffff10000400ffffffff"
+                "20000000ffffffff");
+            QCOMPARE(setxattr(file, "system.posix_acl_access", bytes, size_t(bytes.size()), 0), 0);
+        };
+        const auto folder = [](const QByteArray &file) {
+            unlink(file);
+            mkdir(file, 0755);
+        };
+        const auto beyondLink = [](const QByteArray &file) {
+            rename(file, file + ".d");
+            symlink("file.d", file);
+        };
+        const auto beyondNothing = [](const QByteArray &file) {
+            unlink(file);
+            symlink("file.d", file);
+        };
+        const auto blocked = [](const QByteArray &file) {
+            mkdir(file + FileReplacement::Suffix, 0755);
+        };
+        constexpr bool InPlace = true;
+        row("another file", nothing, 1500, false, Result::Replaced, false);
+        row("empty", nothing, 0, false, Result::Replaced, false);
+        row("new", remove, 1500, false, Result::Replaced, false);
+        row("over a leftover", leftover, 1500, false, Result::Replaced, false);
+        row("mode stays", mode, 1500, false, Result::Replaced, false);
+        row("beyond a link", beyondLink, 1500, false, Result::Replaced, false);
+        row("link to nothing", beyondNothing, 1500, false, Result::Replaced, false);
+        row("folder", folder, 1500, InPlace, Result::NotOpened);
+        for (const bool inPlace : {false, InPlace}) {
+            const Result result = inPlace ? Result::Replaced : Result::NotWritten;
+            const QByteArray suffix = inPlace ? ", in place" : "";
+            row(QByteArray("hard links" + suffix), hardLink, 10, inPlace, result);
+            row(QByteArray("access list" + suffix), list, 1500, inPlace, result);
+            row(QByteArray("no new file" + suffix), blocked, 1500, inPlace, result);
+            row(QByteArray("full disk" + suffix), nothing, 3000, inPlace, Result::NotWritten);
+            row(QByteArray("full disk, new" + suffix), remove, 3000, inPlace, Result::NotWritten);
+        }
+        row("full disk, hard links", hardLink, 3000, InPlace, Result::NotWritten);
+        row("full disk, no new file", blocked, 3000, InPlace, Result::NotWritten);
+    }
+
+    void replaces()
+    {
+        QFETCH(Step, prepare);
+        QFETCH(int, size);
+        QFETCH(bool, inPlace);
+        QFETCH(Result, result);
+        QFETCH(bool, isSameFile);
+        QTemporaryDir dir;
+        const QString path = dir.filePath("file");
+        Files::write(path, QByteArray(1000, 'o'));
+        prepare(path.toUtf8());
+        const Files::Tree before = Files::readTree(dir.path());
+        const struct stat old = statusOf(path);
+        const bool isLink = QFileInfo(path).isSymLink();
+        const QByteArray content(size, 'n');
+
+        QString error;
+        std::optional<SmallDisk> disk(std::in_place);
+        const Result actual =
+            FileReplacement::replace(path, content, {FileReplacement::Sync::File, inPlace}, &error);
+        disk.reset();
+        QCOMPARE(actual, result);
+        QCOMPARE(error.isEmpty(), result == Result::Replaced);
+        const struct stat now = statusOf(path);
+        QCOMPARE(QFileInfo(path).isSymLink(), isLink);
+        if (old.st_nlink > 0) {
+            QCOMPARE(now.st_mode, old.st_mode);
+            QCOMPARE(now.st_ino == old.st_ino, isSameFile || result != Result::Replaced);
+        }
+        Files::Tree expected = before;
+        if (result == Result::Replaced) {
+            expected.remove(QString("file") + FileReplacement::Suffix);
+            expected[QFileInfo(QFileInfo(path).canonicalFilePath()).fileName()] = content;
+            if (expected.contains("file2"))
+                expected["file2"] = content;
+            if (isLink)
+                expected["file"] = content;
+        }
+        QCOMPARE(Files::readTree(dir.path()), expected);
+        FileReplacement::removeLeftover(path);
+    }
+
+    /// Its owner keeps a file, whoever replaces it.
+    void owner()
+    {
+        if (geteuid() != 0)
+            QSKIP("needs root, who alone can give files away");
+        QTemporaryDir dir;
+        chmod(dir.path().toUtf8(), 0777);
+        const QByteArray given = dir.filePath("given").toUtf8(), roots = dir.filePath("r").toUtf8();
+        for (const QByteArray &file : {given, roots}) {
+            Files::write(file, "old");
+            chmod(file, 0666);
+        }
+        QCOMPARE(chown(given, Stranger, Stranger), 0);
+        const ino_t inode = statusOf(roots).st_ino;
+        QCOMPARE(FileReplacement::replace(given, "new"), Result::Replaced);
+        QCOMPARE(seteuid(Stranger), 0);
+        const Result refused = FileReplacement::replace(roots, "new");
+        const Result inPlace =
+            FileReplacement::replace(roots, "new", {FileReplacement::Sync::None, true});
+        QCOMPARE(seteuid(0), 0);
+        QCOMPARE(refused, Result::NotWritten);
+        QCOMPARE(inPlace, Result::Replaced);
+        QCOMPARE(statusOf(given).st_uid, Stranger);
+        QCOMPARE(statusOf(roots).st_uid, uid_t(0));
+        QCOMPARE(statusOf(roots).st_ino, inode);
+        QCOMPARE(Files::readTree(dir.path()), (Files::Tree{{"given", "new"}, {"r", "new"}}));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_FileReplacement)
+#include "tst_filereplacement.moc"
