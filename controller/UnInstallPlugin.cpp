@@ -1,6 +1,7 @@
 #include "UnInstallPlugin.h"
 
 #include "ApplicationSettings.h"
+#include "FileReplacement.h"
 #include "Paths.h"
 
 #include <QDebug>
@@ -29,6 +30,7 @@ void UnInstallPlugin::RemovePluginFiles()
         qDebug() << "delete plugin files" << exists;
         if (exists)
             QFile::remove(path);
+        FileReplacement::removeLeftover(path);
     }
     settings.endGroup();
 }

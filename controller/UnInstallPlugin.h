@@ -9,8 +9,8 @@ class UnInstallPlugin : public QObject
 public:
     explicit UnInstallPlugin(QObject *parent = nullptr);
 
-    /// Deletes every listed file that exists, on the calling thread. Folders, the downloaded
-    /// package and the settings stay; a file that can't be deleted stays, too. Without a recorded
-    /// game folder nothing is deleted.
+    /// Deletes every listed file that exists, with what an interrupted extraction of it left, on
+    /// the calling thread. Folders, the downloaded package and the settings stay; a file that can't
+    /// be deleted stays, too. Without a recorded game folder nothing is deleted.
     void RemovePluginFiles();
 };

@@ -1,6 +1,8 @@
 #include "ZipCpp.h"
 
+#include "FileReplacement.h"
 #include "Paths.h"
+#include "WindowsName.h"
 #include "ZipDirectory.h"
 
 #include <QDebug>
@@ -8,6 +10,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
+#include <QStorageInfo>
+#include <QStringList>
 #include <QVector>
 
 #include <private/qzipreader_p.h>
@@ -22,6 +26,16 @@ void makeFolder(const QString &folder)
         return;
     const bool made = QDir().mkpath(folder);
     qDebug() << "make dir" << folder << made;
+}
+
+/// The reader's listing with the directory's own paths: it takes the dot away from names that begin
+/// with one. Links, which are skipped, keep what they have.
+void restorePaths(Listing &entries, const ZipDirectory &directory)
+{
+    for (int i = 0; i < entries.size(); ++i) {
+        if (entries.at(i).isFile || entries.at(i).isDir)
+            entries[i].filePath = directory.entries().at(i).path();
+    }
 }
 
 /// The folders that the entries lie in, as far as they are below the destination.
@@ -46,7 +60,7 @@ void recogniseFolders(Listing &entries, const ZipDirectory &directory)
     const QSet<QString> parents = parentsOf(entries);
     for (int i = 0; i < entries.size(); ++i) {
         QZipReader::FileInfo &entry = entries[i];
-        const bool isNamedSo = directory.entries().at(i).name.endsWith('/');
+        const bool isNamedSo = directory.entries().at(i).isNamedFolder();
         if (entry.isFile && entry.size == 0 && (isNamedSo || parents.contains(entry.filePath))) {
             entry.isFile = false;
             entry.isDir = true;
@@ -54,38 +68,68 @@ void recogniseFolders(Listing &entries, const ZipDirectory &directory)
     }
 }
 
-/// Whether \a entry would be written outside the destination. An entry for the destination folder
-/// itself is harmless.
-bool landsOutside(const QZipReader::FileInfo &entry)
+/// Why nothing can be written to \a entry on every player's machine; empty when it can. An entry
+/// for the destination folder itself is harmless.
+QString problemOf(const QZipReader::FileInfo &entry)
 {
     const QString path = QDir::cleanPath(entry.filePath);
     if (entry.isDir && (path.isEmpty() || path == QLatin1String(".")))
-        return false;
-    return !Paths::staysInside(entry.filePath);
+        return {};
+    if (!Paths::staysInside(entry.filePath))
+        return QStringLiteral("lies outside the destination");
+    const QStringList names = path.split(QLatin1Char('/'));
+    for (const QString &name : names) {
+        const QString problem = WindowsName::problem(name);
+        if (!problem.isEmpty())
+            return problem;
+    }
+    return {};
 }
 
-/// The reader strips names of what would lead out of the folder, and of harmless dots, too. What
-/// such an entry was meant to be nobody knows.
-bool isRenamed(const QZipReader::FileInfo &entry, const ZipDirectory::Entry &original)
-{
-    const QString name = original.isNameUtf8 ? QString::fromUtf8(original.name)
-                                             : QString::fromLocal8Bit(original.name);
-    return entry.filePath != name;
-}
-
-/// Whether everything that would be written has its place below the destination.
 bool isAcceptable(const Listing &entries, const ZipDirectory &directory)
 {
     for (int i = 0; i < entries.size(); ++i) {
         const QZipReader::FileInfo &entry = entries.at(i);
-        if (!entry.isDir && !entry.isFile)
-            continue; // a link, which is skipped
-        if (landsOutside(entry) || (entry.isFile && isRenamed(entry, directory.entries().at(i)))) {
-            qDebug() << "entry outside the destination:" << directory.entries().at(i).name;
+        const QString problem = entry.isDir || entry.isFile ? problemOf(entry) : QString();
+        if (!problem.isEmpty()) {
+            qDebug() << "entry refused:" << directory.entries().at(i).name << problem;
             return false;
         }
     }
     return true;
+}
+
+/// Space for more data, in bytes; 0 or less when the volume of \a folder doesn't tell.
+qint64 freeSpace(const QString &folder)
+{
+    QFileInfo existing(folder);
+    while (!existing.exists() && existing.filePath() != existing.path())
+        existing.setFile(existing.path());
+    return QStorageInfo(existing.filePath()).bytesAvailable();
+}
+
+/// Whether what the archive announces can go to the disk, where it takes the place of what is
+/// there. Deliberately without a margin: a plugin may well fill the disk.
+bool hasSpace(const Listing &entries, const QString &destination)
+{
+    const qint64 free = freeSpace(destination);
+    qint64 needed = 0;
+    for (const QZipReader::FileInfo &entry : entries) {
+        if (entry.isFile)
+            needed += entry.size - QFileInfo(Paths::inFolder(destination, entry.filePath)).size();
+    }
+    if (free <= 0 || needed <= free)
+        return true;
+    qDebug() << "archive needs" << needed << "bytes more, free are" << free;
+    return false;
+}
+
+void removeLeftovers(const Listing &entries, const QString &destination)
+{
+    for (const QZipReader::FileInfo &entry : entries) {
+        if (entry.isFile)
+            FileReplacement::removeLeftover(Paths::inFolder(destination, entry.filePath));
+    }
 }
 
 void unpackFolder(const QString &path, const QString &destination)
@@ -100,22 +144,35 @@ bool unpackFile(ZipDirectory &directory, const ZipDirectory::Entry &entry, const
     qDebug() << "extract file path:" << folder;
     makeFolder(folder);
 
-    // Before the target is truncated. The reader's own call for the data writes behind its buffer
-    // when there are more of them than the entry announces, so it is not used.
+    // The reader's own call for the data writes behind its buffer when there are more of them than
+    // the entry announces, so it is not used.
     const auto data = directory.data(entry);
     if (!data) {
         qDebug() << "extract file damaged:" << target;
         return false;
     }
-    QFile file(target);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+    // Deliberately not truncated: a full disk or a kill must leave no half file for the game.
+    QString error;
+    switch (FileReplacement::replace(target, *data, {FileReplacement::Sync::Batch, true}, &error)) {
+    case FileReplacement::Result::Replaced:
+        return true;
+    case FileReplacement::Result::NotOpened:
         qDebug() << "open file failed!:" << target;
         return false;
+    case FileReplacement::Result::NotWritten:
+        qDebug() << "write file failed!:" << target << error;
+        return false;
     }
-    // The verification that follows would not see a full disk in a file that it skips.
-    if (file.write(*data) == data->size())
+    return false;
+}
+
+/// What is said to be installed has to outlive a power cut.
+bool syncAll(const QString &destination)
+{
+    QString error;
+    if (FileReplacement::syncBatch(destination, &error))
         return true;
-    qDebug() << "write file failed!:" << target << file.errorString();
+    qDebug() << "sync failed!:" << destination << error;
     return false;
 }
 } // namespace
@@ -144,8 +201,12 @@ EC::ErrorCode ZipCpp::unpack(const QString &zipFile, const QString &destination)
     ZipDirectory directory(zipFile);
     if (!directory.read() || directory.entries().size() != entries.size())
         return EC::FILE_OPEN_FAILED;
+    restorePaths(entries, directory);
     recogniseFolders(entries, directory);
-    if (!isAcceptable(entries, directory))
+    if (!directory.isPlausible() || !isAcceptable(entries, directory))
+        return EC::FILE_OPEN_FAILED;
+    removeLeftovers(entries, destination);
+    if (!hasSpace(entries, destination))
         return EC::FILE_OPEN_FAILED;
 
     emit OnExtractingRange(100);
@@ -162,5 +223,5 @@ EC::ErrorCode ZipCpp::unpack(const QString &zipFile, const QString &destination)
         emit OnExtractCompleteValue(qulonglong(i + 1) * 100 / qulonglong(entries.size()));
     }
     archive.close();
-    return EC::SUCCESS;
+    return syncAll(destination) ? EC::SUCCESS : EC::FILE_OPEN_FAILED;
 }

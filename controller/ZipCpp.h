@@ -9,7 +9,8 @@
 ///
 /// Lives on the worker thread and blocks it until the archive is handled. Every OnUnzipFile is
 /// answered by exactly one OnExtractingResult, and that comes last. Nothing is rolled back: after a
-/// failure the entries before it stay on disk.
+/// failure the entries before it stay on disk. Each file is replaced whole or not at all, and after
+/// SUCCESS all of them are on the disk itself.
 class ZipCpp : public QObject
 {
     Q_OBJECT
@@ -18,11 +19,14 @@ public:
 
 public slots:
     /// Unpacks the archive at \a strZipFile below \a strDestPath, replacing files that are there.
-    /// An archive with an entry that would land outside is refused before anything is written.
+    /// An archive is refused before anything is written when an entry would land outside or has a
+    /// name that Windows can't keep, when entries share their data, or when it announces more than
+    /// the disk can take.
     void OnUnzipFile(QString strZipFile, QString strDestPath);
 
 signals:
-    /// Full path of a file just written.
+    /// Full path of a file just written: destination, separator and the entry's path, with slashes
+    /// and without a leading "./", but otherwise as it stands in the archive.
     void OnExtractingFileName(QString strFileName);
     /// Always 100; sent once, before the first entry.
     void OnExtractingRange(qulonglong uSize);

@@ -34,6 +34,21 @@ bool isRight(const QByteArray &data, quint32 crc)
 }
 } // namespace
 
+QString ZipDirectory::Entry::path() const
+{
+    const QString text = isNameUtf8 ? QString::fromUtf8(name) : QString::fromLocal8Bit(name);
+    QString path = QString(text).replace(QLatin1Char('\\'), QLatin1Char('/'));
+    while (path.startsWith(QLatin1String("./"))) {
+        int start = 2;
+        while (start < path.size() && path.at(start) == QLatin1Char('/'))
+            ++start;
+        path.remove(0, start);
+    }
+    while (path.endsWith(QLatin1Char('/')))
+        path.chop(1);
+    return path;
+}
+
 ZipDirectory::ZipDirectory(const QString &path) : m_file(path) {}
 
 bool ZipDirectory::read()
@@ -44,6 +59,14 @@ bool ZipDirectory::read()
     while (m_entries.size() < count && readEntry()) {
     }
     return true;
+}
+
+bool ZipDirectory::isPlausible() const
+{
+    qint64 packed = 0;
+    for (const Entry &entry : m_entries)
+        packed += entry.packedSize;
+    return packed <= m_file.size();
 }
 
 bool ZipDirectory::seekEntries(int *count)

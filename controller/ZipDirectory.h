@@ -16,7 +16,7 @@ class ZipDirectory
 public:
     /// What the directory says about one entry.
     struct Entry {
-        QByteArray name; ///< as it stands there, with its slashes
+        QByteArray name; ///< as it stands there, with its slashes or backslashes
         bool isNameUtf8; ///< otherwise in the local 8-bit encoding
         bool isEncrypted;
         quint16 method; ///< of compression
@@ -24,6 +24,10 @@ public:
         qint64 packedSize; ///< bytes
         qint64 size;       ///< bytes
         qint64 offset;     ///< of the header before the data, in the file
+
+        /// The name with slashes, without a leading "./" and the slash of a folder.
+        QString path() const;
+        bool isNamedFolder() const { return name.endsWith('/') || name.endsWith('\\'); }
     };
 
     explicit ZipDirectory(const QString &path);
@@ -32,6 +36,8 @@ public:
     /// has none.
     bool read();
     const QVector<Entry> &entries() const { return m_entries; }
+    /// Whether all entries can have their data in the file, each its own.
+    bool isPlausible() const;
 
     /// The whole data of \a entry, stored or deflated, with its checksum verified; nothing when it
     /// is encrypted, packed in another way, or damaged.

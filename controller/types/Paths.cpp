@@ -59,6 +59,15 @@ QString Paths::unwritableFolder()
     return {};
 }
 
+QString Paths::unreadableFolder()
+{
+    for (const QString &folder : {QCoreApplication::applicationDirPath(), QDir::currentPath()}) {
+        if (folder.contains(QChar::ReplacementCharacter))
+            return folder;
+    }
+    return {};
+}
+
 QString Paths::updaterProgram()
 {
 #ifdef Q_OS_WIN

@@ -26,6 +26,10 @@ QString packageFile();
 /// if all is well. Tries it, because permissions alone don't tell on every system. Any thread.
 QString unwritableFolder();
 
+/// The folder of the program's own, or else the current one, whose name is lost because its bytes
+/// are not UTF-8; empty if all is well. Whatever is written there lands in another folder.
+QString unreadableFolder();
+
 /// The updater beside the program, which is what the system starts at logon.
 QString updaterProgram();
 } // namespace Paths

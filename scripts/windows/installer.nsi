@@ -189,6 +189,7 @@ Function un.RemoveData
     Delete "$INSTDIR\brekka.ini"
     Delete "$INSTDIR\brekka.ini.lock"
     Delete "$INSTDIR\brekka.ini.??????"
+    Delete "$INSTDIR\brekka.ini.brekka-part"
     Delete "$INSTDIR\plugins\pluginsconfig"
     RMDir "$INSTDIR\plugins"
 FunctionEnd

@@ -14,7 +14,9 @@ private slots:
     {
         QTemporaryDir dir;
         QDir::setCurrent(dir.path());
-        for (const char *file : {"evil", "game/0", "game/a", "game/mods/deep/b", "game/模型/c"})
+        for (const char *file :
+             {"evil", "game/0", "game/0.brekka-part", "game/a", "game/a.brekka-part",
+              "game/missing.brekka-part", "game/mods/deep/b", "game/模型/c"})
             Files::write(file, "x");
         PluginFileList list;
         for (const char *file :
@@ -26,12 +28,13 @@ private slots:
         store.WriteSetting("filemd5", QVariant::fromValue(list));
         store.WriteSetting("game", QString());
         UnInstallPlugin().RemovePluginFiles();
-        QCOMPARE(Files::readTree(".").size(), 6);
+        QCOMPARE(Files::readTree(".").size(), 9);
 
         store.WriteSetting("game", dir.filePath("game"));
         const QByteArray settings = Files::read("brekka.ini");
         UnInstallPlugin().RemovePluginFiles();
-        QCOMPARE(Files::readTree(".").keys(), (QStringList{"brekka.ini", "evil", "game/0"}));
+        QCOMPARE(Files::readTree(".").keys(),
+                 (QStringList{"brekka.ini", "evil", "game/0", "game/0.brekka-part"}));
         QCOMPARE(Files::read("brekka.ini"), settings);
     }
 };

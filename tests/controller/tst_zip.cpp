@@ -2,7 +2,9 @@
 #include "SmallDisk.h"
 #include "ZipCpp.h"
 
+#include <QRandomGenerator>
 #include <QSignalSpy>
+#include <QStorageInfo>
 #include <QTemporaryDir>
 #include <QTextCodec>
 #include <QtTest>
@@ -12,7 +14,38 @@
 namespace
 {
 // Where the archive's directory holds what is said of an entry.
+constexpr int EntrySize = 46;
 constexpr int Flags = 8, Method = 10, Crc = 16, PackedSize = 20, Size = 24, Mode = 41;
+
+/// An archive of "a" and an entry of this very \a name, which the writer would tidy up.
+QByteArray withName(const QByteArray &name, const QByteArray &content)
+{
+    const QByteArray placeholder(name.size(), 'q');
+    return Files::zip({{"a", "1"}, {placeholder, content}}).replace(placeholder, name);
+}
+
+/// Lists the one entry of \a archive again, as "b" and with the same data.
+QByteArray overlapping(QByteArray archive)
+{
+    const int start = archive.indexOf("PK\1\2"), end = archive.indexOf("PK\5\6");
+    archive[end + 8] = archive[end + 10] = 2;
+    const QByteArray entry = archive.mid(start, end - start);
+    return archive.insert(end, QByteArray(entry).replace(EntrySize, 1, "b"));
+}
+
+/// An archive of "a" and of entries that announce more than the disk has.
+QByteArray announcingTooMuch()
+{
+    Files::Tree tree{{"a", "1"}};
+    for (qint64 free = QStorageInfo(QDir::tempPath()).bytesAvailable(); free >= 0;
+         free -= 1LL << 32)
+        tree[QString("b%1").arg(tree.size())] = "2";
+    QByteArray archive = Files::zip(tree);
+    int at = archive.indexOf("PK\1\2");
+    while ((at = archive.indexOf("PK\1\2", at + 1)) > 0)
+        archive.replace(at + Size, 4, "\xff\xff\xff\xff");
+    return archive;
+}
 
 /// The directory of \a archive says \a value of its second entry, in as many bytes.
 QByteArray claiming(QByteArray archive, int field, const QByteArray &value)
@@ -59,8 +92,26 @@ private slots:
         const QByteArray good = Files::zip({{"a", "1"}, {"b", QByteArray(5000, 'b')}, {"c", "3"}});
         row("cut off", good.left(good.size() / 2), {}, {});
         row("no entries", Files::zip({}), {}, {});
-        for (const char *evil : {"mods/../../evil", "../evil"})
-            row(evil, Files::zip({{"a", "1"}, {evil, "e"}}), {}, {});
+        for (const char *evil :
+             {"mods/../../evil", "../evil", "..\\evil", "./../evil", "mods\\..\\..\\evil", "/evil",
+              "\\evil", "c:evil", "aux", "mods/Com1.txt", "b.", "b ", "mods./b", "b?", "b\nc"})
+            row(evil, withName(evil, "e"), {}, {});
+        const QList<QPair<QByteArray, QString>> harmless{{"./b", "b"},
+                                                         {".//./mods/b", "mods/b"},
+                                                         {".b", ".b"},
+                                                         {".\\mods\\b", "mods/b"},
+                                                         {"mods\\b", "mods/b"},
+                                                         {"mods/../b", "b"},
+                                                         {QByteArray(250, 'n'), QString(250, 'n')}};
+        for (const auto &name : harmless)
+            row(name.first, withName(name.first, "2"), {{"a", "1"}, {name.second, "2"}}, {50, 100});
+        row("folder with a backslash", withName("mods\\", {}), {{"a", "1"}}, {50, 100});
+        row("folder itself", withName("./", {}), {{"a", "1"}}, {50, 100});
+        QByteArray noise(5000, '\0');
+        for (char &byte : noise)
+            byte = char(QRandomGenerator::global()->generate());
+        row("entries that share their data", overlapping(Files::zip({{"a", noise}})), {}, {});
+        row("more than the disk", announcingTooMuch(), {}, {});
 
         // The second entry's turn comes after the first is written.
         const auto second = [&](const char *name, const QByteArray &archive) {
@@ -72,12 +123,15 @@ private slots:
         const QByteArray shorter = claiming(good, Size, QByteArray("\1\0\0\0", 4));
         second("too small, with its checksum", claiming(shorter, Crc, "\xf9\xef\xbe\x71"));
         second("too large", claiming(good, Size, QByteArray("\0\x20\0\0", 4)));
-        second("packed beyond the end", claiming(good, PackedSize, "\xf0\xff\xff\xff"));
+        row("packed beyond the end", claiming(good, PackedSize, "\xf0\xff\xff\xff"), {}, {});
+        second("more than the disk, but replaced", claiming(good, Size, "\xff\xff\xff\xff"));
         second("damaged header", QByteArray(good).replace(good.indexOf("PK\3\4", 1), 1, "Q"));
         second("target is a folder", Files::zip({{"a", "1"}, {"folder", "2"}, {"z", "3"}}));
 #ifdef Q_OS_UNIX
-        row("full disk", Files::zip({{"a", "1"}, {"full", QByteArray(3000, 'f')}}),
-            {{"a", "1"}, {"full", QByteArray(2000, 'f')}}, {50});
+        row("full disk", Files::zip({{"a", "1"}, {"full", QByteArray(3000, 'f')}}), {{"a", "1"}},
+            {50});
+        row("full disk, over a file", Files::zip({{"a", "1"}, {"b", QByteArray(3000, 'f')}}),
+            {{"a", "1"}}, {50});
 #endif
     }
 
@@ -88,13 +142,24 @@ private slots:
         QFETCH(QList<int>, progress);
         QTemporaryDir dir;
         const QString path = dir.filePath("package"), game = dir.filePath("root/game");
+        const QByteArray tag = QTest::currentDataTag();
         Files::write(path, archive);
-        Files::Tree expected{{"game/a", "an old file"}, {"game/b", "another"}};
+        Files::Tree expected{{"game/a", "an old file"},
+                             {"game/b", "another"},
+                             {"game/a.brekka-part", "of a kill"},
+                             {"game/y.brekka-part", "theirs"}};
         for (auto file = expected.begin(); file != expected.end(); ++file)
             Files::write(dir.filePath("root/") + file.key(), file.value());
         QVERIFY(QDir(game).mkpath("folder/below"));
+        QString destination = game;
+#ifdef Q_OS_UNIX
+        destination = dir.filePath("link");
+        QVERIFY(QFile::link(game, destination));
+#endif
+        if (tag == "more than the disk, but replaced")
+            QVERIFY(QFile::resize(game + "/a", QStorageInfo(game).bytesAvailable() + (8LL << 30)));
         std::optional<SmallDisk> disk;
-        if (QTest::currentDataTag() == QByteArray("full disk"))
+        if (tag.startsWith("full disk"))
             disk.emplace();
 
         ZipCpp zip;
@@ -102,7 +167,7 @@ private slots:
         QSignalSpy names(&zip, &ZipCpp::OnExtractingFileName);
         QSignalSpy value(&zip, &ZipCpp::OnExtractCompleteValue);
         QSignalSpy result(&zip, &ZipCpp::OnExtractingResult);
-        zip.OnUnzipFile(path, game);
+        zip.OnUnzipFile(path, destination);
         disk.reset();
 
         const bool good = progress.endsWith(100);
@@ -116,6 +181,14 @@ private slots:
             values += arguments.first().toInt();
         QCOMPARE(values, progress);
         QCOMPARE(names.count(), good ? tree.size() : progress.size());
+        QStringList written;
+        for (const QVariantList &arguments : names)
+            written += QDir(destination).relativeFilePath(arguments.first().toString());
+        written.sort();
+        if (good)
+            QCOMPARE(written, QStringList(tree.keys()));
+        if (tree.contains("a") || tag == "more than the disk")
+            expected.remove("game/a.brekka-part");
         for (auto file = tree.begin(); file != tree.end(); ++file)
             expected["game/" + file.key()] = file.value();
         QCOMPARE(Files::readTree(dir.filePath("root")), expected);

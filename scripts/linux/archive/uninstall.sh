@@ -27,6 +27,7 @@ remove_logon_task() {
 # package, and the last manifest as Qt lays its cache out, which a copy elsewhere can do without.
 remove_data() {
     rm -f "$program/brekka.ini" "$program/brekka.ini.lock" "$program"/brekka.ini.?????? \
+        "$program/brekka.ini.brekka-part" \
         "$program/plugins/pluginsconfig" "$cache"/data8/?/*.d "$cache"/prepared/*.d
     # The last copy that meets in "run" or "brekka-UID" empties it.
     for folder in "$program/plugins" "$cache"/data8/? "$cache/data8" "$cache/prepared" "$cache" "${cache%/http}/run" \
