@@ -1,13 +1,16 @@
 #include "ApplicationSettings.h"
 #include "Hosts.h"
+#include "InstallTexts.h"
 #include "MainController.h"
 #include "MainWindow.h"
+#include "Paths.h"
 #include "RecevieSecondProcessMsg.h"
 #include "SingleApplication.h"
 #include "TerminationSignal.h"
 
 #include <QCommandLineParser>
 #include <QDebug>
+#include <QMessageBox>
 #include <QSettings>
 #include <QTextCodec>
 
@@ -61,6 +64,15 @@ int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver
     parser.addOption(silentOption);
     parser.addOption(uninstallOption);
     parser.process(application);
+
+    const QString unreadable = Paths::unreadableFolder();
+    if (!unreadable.isEmpty()) {
+        qCritical() << "the folder's name is not UTF-8:" << unreadable;
+        // Nobody answers a box when an uninstaller runs the program.
+        if (!parser.isSet(uninstallOption))
+            QMessageBox::critical(nullptr, QString(), InstallTexts::notUtf8(unreadable));
+        return 1;
+    }
 
     QSettings settings(ApplicationSettings::FileName, QSettings::IniFormat);
     static_assert(ManifestSignature::isKeyList(BREKKA_PUBLIC_KEYS),

@@ -30,3 +30,10 @@ QString InstallTexts::notWritable(const QString &folder)
                           "<div>设置和插件将无法保存，请将程序移到其他文件夹后再启动。</div>")
         .arg(folder.toHtmlEscaped());
 }
+
+QString InstallTexts::notUtf8(const QString &folder)
+{
+    return QStringLiteral("<div>文件夹名称不是UTF-8编码：%1</div>"
+                          "<div>请将它重命名，或将程序移到其他文件夹后再启动。</div>")
+        .arg(folder.toHtmlEscaped());
+}

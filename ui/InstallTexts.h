@@ -15,4 +15,6 @@ QString failed();
 QString noGameFolder(const QString &host);
 /// The message for a \a folder of our own that can't be written to.
 QString notWritable(const QString &folder);
+/// The message for a \a folder of our own whose name is not UTF-8.
+QString notUtf8(const QString &folder);
 } // namespace InstallTexts
