@@ -1,14 +1,13 @@
 #include "PluginConfigDataReader.h"
 
+#include "FileReplacement.h"
+#include "PluginConfigDocument.h"
 #include "PluginOptions.h"
 
 #include <QDebug>
-#include <QDomDocument>
+#include <QDomElement>
 #include <QFile>
 #include <QMutexLocker>
-#include <QSaveFile>
-#include <QTextStream>
-#include <QXmlStreamReader>
 
 #include <optional>
 
@@ -19,87 +18,14 @@ QString configFile(const QString &gamePath)
     return gamePath + QStringLiteral("/mods/configs/corvane.xml");
 }
 
-/// The plugin's configuration as it was read.
-struct Config {
-    QDomDocument document;
-    QString docType; ///< the declaration as it stands in the file, which the document doesn't keep
-};
-
-/// The document type declaration in \a xml, which may be empty; nothing when \a xml is not
-/// well-formed or nested too deep for the recursion that takes a document down.
-std::optional<QString> docTypeOf(const QByteArray &xml)
-{
-    constexpr int MaxDepth = 1000;
-    QXmlStreamReader reader(xml);
-    reader.setNamespaceProcessing(false);
-    QString docType = QLatin1String("");
-    int depth = 0;
-    while (!reader.atEnd() && depth <= MaxDepth) {
-        switch (reader.readNext()) {
-        case QXmlStreamReader::StartElement:
-            ++depth;
-            break;
-        case QXmlStreamReader::EndElement:
-            --depth;
-            break;
-        case QXmlStreamReader::DTD:
-            docType = reader.text().toString();
-            break;
-        default:
-            break;
-        }
-    }
-    if (reader.hasError() || depth > MaxDepth)
-        return std::nullopt;
-    return docType;
-}
-
-/// The reader hands out the comments in the declaration as if they stood behind it.
-void dropCommentsOf(Config &config)
-{
-    QDomNode node = config.document.firstChild();
-    while (!node.isNull()) {
-        const QDomNode next = node.nextSibling();
-        if (node.isComment() && config.docType.contains(node.nodeValue()))
-            config.document.removeChild(node);
-        node = next;
-    }
-}
-
 /// Without a game folder the path would start at the root of the drive.
-std::optional<Config> parse(const QString &gamePath)
+std::optional<QByteArray> contentOf(const QString &gamePath)
 {
     constexpr qint64 MaxSize = 16 << 20; // bytes
     QFile file(configFile(gamePath));
     if (gamePath.isEmpty() || !file.open(QIODevice::ReadOnly) || file.size() > MaxSize)
         return std::nullopt;
-    const QByteArray xml = file.readAll();
-    const auto docType = docTypeOf(xml);
-    if (!docType)
-        return std::nullopt;
-    // This reader, other than the document's own, leaves no carriage returns in the texts.
-    QXmlStreamReader reader(xml);
-    Config config{{}, *docType};
-    if (!config.document.setContent(&reader, false))
-        return std::nullopt;
-    dropCommentsOf(config);
-    return config;
-}
-
-QString textOf(const Config &config)
-{
-    QString xml;
-    QTextStream stream(&xml);
-    stream.setCodec("UTF-8");
-    config.document.save(stream, 4, QDomNode::EncodingFromTextStream);
-    if (!config.docType.isEmpty())
-        xml.insert(xml.indexOf(QLatin1Char('\n')) + 1, config.docType + QLatin1Char('\n'));
-    return xml;
-}
-
-QDomElement child(const QDomDocument &document, const char *name)
-{
-    return document.documentElement().firstChildElement(QLatin1String(name));
+    return file.readAll();
 }
 
 void logPadding(const PluginOptions &word)
@@ -123,12 +49,12 @@ PluginConfigDataReader::PluginConfigDataReader(QObject *parent) : QObject(parent
 
 void PluginConfigDataReader::readPluginConfigData(QString strGamePath)
 {
-    const auto config = parse(strGamePath);
+    const auto xml = contentOf(strGamePath);
+    const auto config = xml ? PluginConfigDocument::parse(*xml) : std::nullopt;
     if (!config)
         return;
-    const QDomDocument &document = config->document;
-    const QString version = child(document, "version").text();
-    const QString gameVersion = child(document, "game_version").text();
+    const QString version = config->child("version").text();
+    const QString gameVersion = config->child("game_version").text();
     qDebug() << "plugin version code" << gameVersion;
     if (!version.isEmpty())
         qDebug() << "plugin version code" << version;
@@ -137,7 +63,7 @@ void PluginConfigDataReader::readPluginConfigData(QString strGamePath)
         emit pluginSupportGameVersion(gameVersion);
     }
 
-    const PluginOptions word(child(document, "setting").text());
+    const PluginOptions word(config->child("setting").text());
     logPadding(word);
     const bool helloMessage = word.isOn(PluginOptions::HelloMessage);
     qDebug() << "plugin hello message  " << helloMessage;
@@ -157,12 +83,13 @@ void PluginConfigDataReader::writePluginConfigData(bool bHelloMessageOpen,
                                                    bool bUploadReplayOpen, QString strGamePath)
 {
     const QMutexLocker lock(&m_writing);
-    const auto config = parse(strGamePath);
+    const auto xml = contentOf(strGamePath);
+    const auto config = xml ? PluginConfigDocument::parse(*xml) : std::nullopt;
     if (!config) {
         emit pluginConfigWriteComplete();
         return;
     }
-    const QDomElement setting = child(config->document, "setting");
+    const QDomElement setting = config->child("setting");
     PluginOptions word(setting.text());
     qDebug() << "plugin version code" << setting.text();
     qDebug() << "plugin version code in int " << word.value() << word.isNumber();
@@ -183,23 +110,26 @@ void PluginConfigDataReader::writePluginConfigData(bool bHelloMessageOpen,
     qDebug() << "plugin version code strNew " << word.value() << true;
     replaceText(setting, QString::number(word.value()));
     qDebug() << "plugin version code" << setting.text();
-    save(textOf(*config), configFile(strGamePath));
+    if (const auto changed = config->serialized(*xml))
+        save(*changed, configFile(strGamePath));
+    else
+        qDebug() << "dom not saved, more than the setting would change";
     emit pluginConfigWriteComplete();
 }
 
-void PluginConfigDataReader::save(const QString &xml, const QString &path) const
+void PluginConfigDataReader::save(const QByteArray &xml, const QString &path) const
 {
-    // Written beside the file and renamed over it, so that a crash or a full disk costs the player
-    // nothing; into the file itself where its folder takes no other one.
-    QSaveFile file(path);
-    file.setDirectWriteFallback(true);
-    if (!file.open(QIODevice::WriteOnly)) {
+    FileReplacement::Options options;
+    options.inPlace = true; // the file may be the user's to write, and its folder not
+    QString error;
+    const auto result = FileReplacement::replace(path, xml, options, &error);
+    if (result == FileReplacement::Result::NotOpened) {
         qDebug() << "plugin version code new open file failed";
         return;
     }
     qDebug() << path;
-    qDebug() << "dom saved";
-    file.write(xml.toUtf8());
-    if (!file.commit())
-        qDebug() << "dom not saved" << file.errorString();
+    if (result == FileReplacement::Result::Replaced)
+        qDebug() << "dom saved";
+    else
+        qDebug() << "dom not saved" << error;
 }

@@ -18,8 +18,8 @@ public slots:
     /// Answered by the five value signals; by none when the file can't be opened, is larger than
     /// 16 MiB, nested deeper than 1,000 elements, or not well-formed.
     void readPluginConfigData(QString strGamePath);
-    /// Answered by exactly one pluginConfigWriteComplete, whatever the outcome. A failed write
-    /// leaves the old content in place.
+    /// Answered by exactly one pluginConfigWriteComplete, whatever the outcome. A write that
+    /// fails, or that would change more than the options, leaves the old content in place.
     void writePluginConfigData(bool bHelloMessageOpen, bool bUploadStandingsOpen,
                                bool bUploadReplayOpen, QString strGamePath);
 
@@ -34,7 +34,7 @@ signals:
     void pluginSupportGameVersion(QString strVersion);
 
 private:
-    void save(const QString &xml, const QString &path) const;
+    void save(const QByteArray &xml, const QString &path) const;
 
     QMutex m_writing; ///< held for the whole of a write
 };

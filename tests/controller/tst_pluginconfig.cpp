@@ -1,5 +1,6 @@
 #include "Files.h"
 #include "PluginConfigDataReader.h"
+#include "SmallDisk.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -12,6 +13,8 @@
 
 namespace
 {
+constexpr char XmlHead[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+
 QByteArray document(const QByteArray &word, const QByteArray &more = {})
 {
     return "<root><version>1.2</version><game_version>1.12.0</game_version><setting>" + word +
@@ -103,6 +106,40 @@ private slots:
             "000", rewritten("0"));
         const QByteArray docType = "<!DOCTYPE root [\n  <!ENTITY  a 'b'> <!-- > -->\n]>\n";
         row("document type", docType + text.toUtf8(), "000", rewritten("0", docType));
+        // What is not the setting comes out as it went in, or nothing is written.
+        const auto kept = [&row](const char *name, const QByteArray &head, const QByteArray &inner,
+                                 const QByteArray &outer = "<r>") {
+            const QByteArray end = "</r>\n";
+            row(name, head + outer + "<setting>0</setting>" + inner + end, "001",
+                QByteArray(XmlHead) + head + outer + "\n    <setting>402653184</setting>\n    " +
+                    inner + "\n" + end);
+        };
+        kept("namespaces", "", "<p:a p:b=\"1\" xmlns=\"urn:e\">t</p:a>", "<r xmlns:p=\"urn:d\">");
+        kept("CDATA", "", "<a>x<![CDATA[<1>]]> <![CDATA[&2]]></a>");
+        kept("comments and instructions", "<!-- 甲 -->\n<?p q=\"1\"?>\n", "<!-- - -->");
+        kept("comment before the type", "<!--c-->\n<!DOCTYPE r [<!--d--><!ENTITY e \"f\">]>\n",
+             "<a>f</a>");
+        kept("tab and line feed in an attribute", "", "<a b=\"1&#x9;2&#xa;3\"/>");
+        const auto refused = [&row](const char *name, const QByteArray &xml) {
+            row(name, xml, "111", xml);
+        };
+        refused("blanks to keep", "<r><setting>0</setting><a xml:space='preserve'> </a></r>");
+        refused("instruction before text", "<r><setting>0</setting><a><?p q?>t</a></r>");
+        refused("type's comment twice",
+                "<!--d--><!DOCTYPE r [<!--d-->]><r><setting>0</setting></r>");
+        const QTextCodec *gb18030 = QTextCodec::codecForName("GB18030");
+        row("GB18030", gb18030->fromUnicode("<?xml version='1.0' encoding='GB18030'?>" + text),
+            "000", rewritten("0"));
+        row("byte order mark", "\xef\xbb\xbf" + document("0"), "000", rewritten("0"));
+        refused("GB18030, not declared", gb18030->fromUnicode(text));
+        refused("UTF-16, not declared",
+                QByteArray(reinterpret_cast<const char *>(text.utf16()), text.size() * 2));
+        row("setting in CDATA", "<r><setting><![CDATA[0]]></setting></r>", "000",
+            QByteArray(XmlHead) + "<r>\n    <setting><![CDATA[0]]></setting>\n</r>\n");
+        row("entity for the setting",
+            "<!DOCTYPE r [<!ENTITY e \"6\">]>\n<r><setting>1&e;7</setting></r>", "000",
+            QByteArray(XmlHead) +
+                "<!DOCTYPE r [<!ENTITY e \"6\">]>\n<r>\n    <setting>167</setting>\n</r>\n");
         row("not well-formed", "<r>", "111", "<r>");
         row("missing", {}, "111", {});
     }
@@ -121,6 +158,19 @@ private slots:
         QCOMPARE(complete.count(), 1);
         QCOMPARE(Files::readTree(m_game->path()).values(),
                  before.isEmpty() ? QList<QByteArray>() : QList<QByteArray>{after});
+    }
+
+    void keepsTheFileOnAFullDisk()
+    {
+#ifdef Q_OS_UNIX
+        const QByteArray before = document("0", "<a>" + QByteArray(2000, 'x') + "</a>");
+        Files::write(path(), before);
+        {
+            const SmallDisk disk;
+            PluginConfigDataReader().writePluginConfigData(true, true, true, m_game->path());
+        }
+        QCOMPARE(Files::readTree(m_game->path()).values(), QList<QByteArray>{before});
+#endif
     }
 
     /// The file is the user's to write, its folder is not.
