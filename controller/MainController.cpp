@@ -109,6 +109,8 @@ void MainController::connectScannerAndSettings()
             &MainController::On_SettingRefreshed);
     connect(m_settings, &SettingsProcessor::SettingChanged, this,
             &MainController::OnSettingChanged);
+    connect(m_settings, &SettingsProcessor::SettingsNotSaved, this,
+            &MainController::OnSettingsNotSaved);
 }
 
 void MainController::connectExtractorAndChecker()

@@ -73,6 +73,8 @@ signals:
     void OnGameFinded(QString strPath, EC::ErrorCode ec);
     void OnSettingRefreshed(QVariant Setting);
     void OnSettingChanged(QString strKey, QVariant value);
+    /// The settings in \a strFolder can't be saved; once until they can be again.
+    void OnSettingsNotSaved(QString strFolder);
     void OnExtractingFileName(QString strFileName);
     void OnExtractingRange(qulonglong uSize);
     void OnExtractCompleteValue(qulonglong uSize);

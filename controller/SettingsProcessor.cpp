@@ -1,6 +1,11 @@
 #include "SettingsProcessor.h"
 
+#include "SettingsFile.h"
+
+#include <QCoreApplication>
 #include <QDebug>
+#include <QEvent>
+#include <QFileInfo>
 #include <QStringList>
 
 namespace Keys = ApplicationSettings;
@@ -8,12 +13,60 @@ namespace Keys = ApplicationSettings;
 SettingsProcessor::SettingsProcessor(QObject *parent)
     : QObject(parent), m_file(new QSettings(Keys::FileName, QSettings::IniFormat, this))
 {
+    m_file->installEventFilter(this);
+}
+
+SettingsProcessor::~SettingsProcessor()
+{
+    m_file->removeEventFilter(this);
+    if (SettingsFile::save(*m_file))
+        return;
+    // Its destructor would write, and empty the file. Never destroyed, but still reachable.
+    static QList<QSettings *> unsaved;
+    m_file->setParent(nullptr);
+    unsaved += m_file;
+}
+
+bool SettingsProcessor::eventFilter(QObject *watched, QEvent *event)
+{
+    // The deferred write-back of QSettings, which doesn't look whether there is space.
+    if (watched != m_file || event->type() != QEvent::UpdateRequest)
+        return QObject::eventFilter(watched, event);
+    save();
+    return true;
+}
+
+void SettingsProcessor::save()
+{
+    QCoreApplication::removePostedEvents(m_file, QEvent::UpdateRequest);
+    const bool isSaved = SettingsFile::save(*m_file);
+    if (isSaved)
+        m_file->sync(); // nothing is pending any more: the next change is to ask for a write-back
+    else if (m_isSaved)
+        emit SettingsNotSaved(QFileInfo(m_file->fileName()).path());
+    m_isSaved = isSaved;
+}
+
+void SettingsProcessor::restore()
+{
+    const QString name = SettingsFile::readable();
+    if (name == QLatin1String(Keys::FileName))
+        return;
+    qDebug() << "settings file is empty, taking" << name;
+    const QSettings copy(name, QSettings::IniFormat);
+    const QStringList keys = copy.allKeys();
+    for (const QString &key : keys)
+        m_file->setValue(key, copy.value(key));
 }
 
 void SettingsProcessor::RefreshSettings()
 {
     qDebug() << "SettingsProcessor::RefreshSettings";
-    m_file->sync();
+    if (m_isSaved)
+        m_file->sync();
+    else
+        save(); // to sync would be to write
+    restore();
     m_settings.game = m_file->value(Keys::KeyGame).toString();
     m_settings.interval = m_file->value(Keys::KeyInterval).toInt();
     if (m_settings.interval == 0) {
@@ -58,7 +111,7 @@ void SettingsProcessor::WriteSetting(QString strKey, QVariant value)
         return;
     }
     m_file->setValue(strKey, value);
-    m_file->sync();
+    save();
     emit SettingChanged(strKey, value);
 }
 

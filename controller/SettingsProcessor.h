@@ -8,13 +8,18 @@
 
 /// Keeps the program's own state in the settings file of the current directory.
 ///
-/// Lives on the worker thread. No error of the file is reported: what can't be read has its
-/// default, what can't be written is lost.
+/// Lives on the worker thread. What can't be read has its default. What can't be written, for want
+/// of space or of rights, holds for this run and is tried again with the next write; the file stays
+/// as it was. An emptied file is read from its copy.
 class SettingsProcessor : public QObject
 {
     Q_OBJECT
 public:
     explicit SettingsProcessor(QObject *parent = nullptr);
+    /// Writes what is pending, once more, if it can be.
+    ~SettingsProcessor() override;
+
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 public slots:
     /// Reads the whole file; answered by SettingReady. Asked for once per process.
@@ -29,11 +34,17 @@ signals:
     void SettingReady(QVariant Settings);
     /// The key and value as they were handed in.
     void SettingChanged(QString strKey, QVariant value);
+    /// Deliberately told: the settings in \a strFolder can't be saved. Once until they can be
+    /// again.
+    void SettingsNotSaved(QString strFolder);
 
 private:
+    void save();
+    void restore();
     void readPlugins();
     bool writePlugins(const QVariant &value);
 
-    QSettings *m_file; ///< a child, so that it moves between threads with this object
+    QSettings *m_file;     ///< a child, so that it moves between threads with this object
+    bool m_isSaved = true; ///< the last save was made
     ApplicationSettings::settings m_settings;
 };

@@ -3,6 +3,7 @@
 #include "ApplicationSettings.h"
 #include "FileReplacement.h"
 #include "Paths.h"
+#include "SettingsFile.h"
 
 #include <QDebug>
 #include <QFile>
@@ -13,7 +14,7 @@ UnInstallPlugin::UnInstallPlugin(QObject *parent) : QObject(parent) {}
 
 void UnInstallPlugin::RemovePluginFiles()
 {
-    QSettings settings(ApplicationSettings::FileName, QSettings::IniFormat);
+    QSettings settings(SettingsFile::readable(), QSettings::IniFormat);
     const QString game = settings.value(ApplicationSettings::KeyGame).toString();
     settings.beginGroup(ApplicationSettings::GroupPlugins);
     const QStringList files = settings.allKeys();

@@ -37,3 +37,11 @@ QString InstallTexts::notUtf8(const QString &folder)
                           "<div>请将它重命名，或将程序移到其他文件夹后再启动。</div>")
         .arg(folder.toHtmlEscaped());
 }
+
+QString InstallTexts::settingsNotSaved(const QString &folder)
+{
+    return QStringLiteral(
+               "<div>设置无法保存到文件夹 %1</div>"
+               "<div>请检查磁盘空间。本次运行中的更改仍然有效，下次能够保存时会一并保存。</div>")
+        .arg(folder.toHtmlEscaped());
+}

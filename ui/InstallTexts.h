@@ -17,4 +17,6 @@ QString noGameFolder(const QString &host);
 QString notWritable(const QString &folder);
 /// The message for a \a folder of our own whose name is not UTF-8.
 QString notUtf8(const QString &folder);
+/// The message for settings that can't be saved in \a folder, mostly for want of space.
+QString settingsNotSaved(const QString &folder);
 } // namespace InstallTexts

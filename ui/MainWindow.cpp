@@ -107,6 +107,11 @@ void MainWindow::connectController()
     MainController *controller = MainController::instance();
     connect(controller, &MainController::OnSettingRefreshed, this, &MainWindow::OnSettingRefreshed);
     connect(controller, &MainController::OnSettingChanged, this, &MainWindow::OnSettingChanged);
+    connect(controller, &MainController::OnSettingsNotSaved, this, [this](const QString &folder) {
+        // Of a folder that takes nothing at all the start has told.
+        if (Paths::unwritableFolder().isEmpty())
+            ShowMessage(InstallTexts::settingsNotSaved(QDir::toNativeSeparators(folder)));
+    });
     connect(controller, &MainController::OnpluginVersion, this, &MainWindow::OnPluginVersion);
     connect(controller, &MainController::OnpluginUploadReplayOpen, this,
             &MainWindow::OnPluginUploadReplayOpen);

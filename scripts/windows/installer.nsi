@@ -189,7 +189,9 @@ Function un.RemoveData
     Delete "$INSTDIR\brekka.ini"
     Delete "$INSTDIR\brekka.ini.lock"
     Delete "$INSTDIR\brekka.ini.??????"
+    Delete "$INSTDIR\brekka.ini.whole"
     Delete "$INSTDIR\brekka.ini.brekka-part"
+    Delete "$INSTDIR\brekka.ini.whole.brekka-part"
     Delete "$INSTDIR\plugins\pluginsconfig"
     RMDir "$INSTDIR\plugins"
 FunctionEnd

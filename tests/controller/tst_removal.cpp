@@ -28,13 +28,13 @@ private slots:
         store.WriteSetting("filemd5", QVariant::fromValue(list));
         store.WriteSetting("game", QString());
         UnInstallPlugin().RemovePluginFiles();
-        QCOMPARE(Files::readTree(".").size(), 9);
+        QCOMPARE(Files::readTree(".").size(), 10);
 
         store.WriteSetting("game", dir.filePath("game"));
         const QByteArray settings = Files::read("brekka.ini");
         UnInstallPlugin().RemovePluginFiles();
-        QCOMPARE(Files::readTree(".").keys(),
-                 (QStringList{"brekka.ini", "evil", "game/0", "game/0.brekka-part"}));
+        QCOMPARE(Files::readTree(".").keys(), (QStringList{"brekka.ini", "brekka.ini.whole", "evil",
+                                                           "game/0", "game/0.brekka-part"}));
         QCOMPARE(Files::read("brekka.ini"), settings);
     }
 };

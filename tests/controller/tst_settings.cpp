@@ -1,6 +1,8 @@
 #include "ApplicationSettings.h"
 #include "Files.h"
+#include "SettingsFile.h"
 #include "SettingsProcessor.h"
+#include "SmallDisk.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -57,6 +59,61 @@ private slots:
         store.WriteSetting("game", "new");
         const QByteArray file = Files::read("brekka.ini").replace("\r", "");
         QVERIFY2(file.contains("game=new\n") && file.contains("interval=7\n"), file);
+    }
+
+    /// On a full disk a value holds for this run, the file stays, and the user is told once.
+    void fullDisk()
+    {
+#ifdef Q_OS_UNIX
+        const QByteArray before = "[General]\npver=" + QByteArray(2500, 'x') + "\n";
+        for (const bool isFullAtExit : {true, false}) {
+            m_dir.reset(new QTemporaryDir);
+            QDir::setCurrent(m_dir->path());
+            Files::write("brekka.ini", before);
+            auto store = std::make_unique<SettingsProcessor>();
+            QSignalSpy told(store.get(), &SettingsProcessor::SettingsNotSaved);
+            QSignalSpy changed(store.get(), &SettingsProcessor::SettingChanged);
+            {
+                const SmallDisk disk;
+                load(*store);
+                QCoreApplication::sendPostedEvents(); // the deferred write-back
+                store->WriteSetting("game", "new");
+                QCOMPARE(load(*store).game, QString("new"));
+                QCOMPARE(QPair(told.count(), changed.count()), QPair(1, 1));
+                if (isFullAtExit)
+                    store.reset();
+                QCOMPARE(Files::readTree(".").values(), QList<QByteArray>{before});
+            }
+            if (isFullAtExit)
+                continue;
+            store->WriteSetting("autorun", true);
+            QVERIFY(Files::read("brekka.ini").contains("game=new"));
+            store->WriteSetting("filemd5", QVariant::fromValue(PluginFileList{{"c", "3"}}));
+            QCoreApplication::sendPostedEvents();
+            QVERIFY(Files::read("brekka.ini").contains("c=3"));
+            const SmallDisk disk;
+            store->WriteSetting("game", "newer");
+            QCOMPARE(told.count(), 2);
+            store.reset();
+            QVERIFY(Files::read("brekka.ini").contains("game=new"));
+        }
+#endif
+    }
+
+    void emptied()
+    {
+        SettingsProcessor().WriteSetting("game", "kept");
+        QCOMPARE(Files::read("brekka.ini.whole"), Files::read("brekka.ini"));
+        Files::write("brekka.ini", {});
+        QVERIFY(SettingsFile::readable() != "brekka.ini");
+        {
+            SettingsProcessor store;
+            QCOMPARE(load(store).game, QString("kept"));
+        }
+        QVERIFY(Files::read("brekka.ini").contains("game=kept"));
+        QFile::remove("brekka.ini");
+        SettingsProcessor store;
+        QCOMPARE(load(store).game, QString());
     }
 
     void fileList()

@@ -26,8 +26,8 @@ remove_logon_task() {
 # remove_data : what the program wrote: settings with what an end during their saving left, the
 # package, and the last manifest as Qt lays its cache out, which a copy elsewhere can do without.
 remove_data() {
-    rm -f "$program/brekka.ini" "$program/brekka.ini.lock" "$program"/brekka.ini.?????? \
-        "$program/brekka.ini.brekka-part" \
+    rm -f "$program/brekka.ini" "$program/brekka.ini.lock" "$program/brekka.ini.whole" \
+        "$program/brekka.ini.brekka-part" "$program/brekka.ini.whole.brekka-part" "$program"/brekka.ini.?????? \
         "$program/plugins/pluginsconfig" "$cache"/data8/?/*.d "$cache"/prepared/*.d
     # The last copy that meets in "run" or "brekka-UID" empties it.
     for folder in "$program/plugins" "$cache"/data8/? "$cache/data8" "$cache/prepared" "$cache" "${cache%/http}/run" \

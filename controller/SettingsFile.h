@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QSettings>
+#include <QString>
+
+/// Care for the settings file: QSettings writes it without looking at what became of the bytes, so
+/// that a full disk leaves an empty file.
+namespace SettingsFile
+{
+/// The last whole state, beside the settings file.
+constexpr char CopySuffix[] = ".whole";
+
+/// Where the settings are to be read: the copy when the settings file is there but empty, else the
+/// file itself. A missing file means defaults, whether or not there is a copy.
+QString readable();
+
+/// Writes what is pending in any QSettings object of the file, and then the copy. False, with the
+/// file as it was, when there isn't enough space or the file can't be written.
+bool save(const QSettings &settings);
+} // namespace SettingsFile
