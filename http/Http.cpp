@@ -1,11 +1,12 @@
 #include "Http.h"
 
+#include "LastAnswerCache.h"
 #include "NetworkHttpReply.h"
-#include "RevalidatingCache.h"
 #include "WebAddress.h"
 
 #include <QCoreApplication>
 #include <QDebug>
+#include <QDir>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QStandardPaths>
@@ -20,7 +21,8 @@ const QMap<QByteArray, QByteArray> &defaultRequestHeaders()
     return headers;
 }
 
-constexpr qint64 CacheSize = 4LL * 1024 * 1024; // bytes; a manifest of 5,000 files takes a tenth
+// At most so much waits in the network layer, per reply.
+constexpr qint64 ReadBufferSize = 64 * 1024; // bytes
 QNetworkAccessManager *managerOfMainThread = nullptr;
 
 QNetworkAccessManager *makeManager()
@@ -28,8 +30,10 @@ QNetworkAccessManager *makeManager()
     auto *manager = new QNetworkAccessManager;
     if (qApp && QThread::currentThread() == qApp->thread()) {
         managerOfMainThread = manager;
+        manager->setCache(new LastAnswerCache);
+        // Earlier versions kept answers there, which are not to be believed any more.
         const QString caches = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
-        manager->setCache(new RevalidatingCache(caches + QLatin1String("/http"), CacheSize));
+        QDir(caches + QLatin1String("/http")).removeRecursively();
         // Ends the manager's own thread, which must not be caught with a transfer while the process
         // takes its globals down.
         qAddPostRoutine([] { managerOfMainThread->clearConnectionCache(); });
@@ -83,9 +87,12 @@ QNetworkReply *Http::networkReply(const HttpRequest &req)
     // The network layer reports no end at all after some broken answers, and none of a line on
     // which nothing moves.
     request.setTransferTimeout(int(m_silence.count()));
-    // Half an answer, or one to a secret, is not for later.
-    const bool isPlain = req.headers.isEmpty() && req.offset == 0;
-    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, isPlain);
+    // The network layer would collect the coded bytes, without a bound; see keepAnswer().
+    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
+    // On Windows any server could otherwise ask for the user's own login, and get it.
+    request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     const QMap<QByteArray, QByteArray> &headers =
         req.headers.isEmpty() ? m_requestHeaders : req.headers;
     for (auto it = headers.cbegin(); it != headers.cend(); ++it)
@@ -93,6 +100,19 @@ QNetworkReply *Http::networkReply(const HttpRequest &req)
     if (req.offset != 0)
         request.setRawHeader("Range", QStringLiteral("bytes=%1-").arg(req.offset).toLatin1());
 
+    // What the network layer asks for anyhow; but who asks for it gets the body as it came, and can
+    // inflate it within bounds.
+    if (!request.hasRawHeader("Accept-Encoding"))
+        request.setRawHeader("Accept-Encoding", "gzip, deflate");
+
+    QNetworkReply *const reply = send(req, request);
+    if (reply)
+        reply->setReadBufferSize(ReadBufferSize);
+    return reply;
+}
+
+QNetworkReply *Http::send(const HttpRequest &req, const QNetworkRequest &request)
+{
     QNetworkAccessManager &manager = accessManager();
     switch (req.operation) {
     case QNetworkAccessManager::HeadOperation:
@@ -109,4 +129,21 @@ QNetworkReply *Http::networkReply(const HttpRequest &req)
         qWarning() << "Unknown operation:" << req.operation;
         return nullptr;
     }
+}
+
+void Http::forgetAnswer()
+{
+    if (QAbstractNetworkCache *const cache = accessManager().cache())
+        cache->clear();
+}
+
+void Http::keepAnswer(const HttpRequest &req, const QNetworkReply &reply, const QByteArray &body)
+{
+    auto *const cache = qobject_cast<LastAnswerCache *>(accessManager().cache());
+    const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    // Half an answer, or one to a secret, is not for later.
+    const bool isPlain = req.operation == QNetworkAccessManager::GetOperation &&
+                         req.headers.isEmpty() && req.offset == 0 && status == 200;
+    if (cache && isPlain && !reply.attribute(QNetworkRequest::SourceIsFromCacheAttribute).toBool())
+        cache->keep(reply.url(), reply.rawHeaderPairs(), body);
 }

@@ -6,8 +6,17 @@
 #include <QDebug>
 #include <QTimer>
 
+#include <utility>
+
+namespace
+{
+// A thousand times as much may come out of it, and the main thread has other things to do.
+constexpr qint64 PartSize = 16 * 1024; // bytes
+} // namespace
+
 NetworkHttpReply::NetworkHttpReply(const HttpRequest &req, Http &client)
-    : m_client(client), m_request(req), m_readTimeoutTimer(new QTimer(this))
+    : m_client(client), m_request(req), m_readTimeoutTimer(new QTimer(this)),
+      m_timeLimitTimer(new QTimer(this))
 {
     if (m_request.url.isEmpty())
         qWarning() << "Empty URL";
@@ -16,6 +25,11 @@ NetworkHttpReply::NetworkHttpReply(const HttpRequest &req, Http &client)
     m_readTimeoutTimer->setInterval(m_client.readTimeout());
     connect(m_readTimeoutTimer, &QTimer::timeout, this, &NetworkHttpReply::readTimeout,
             Qt::UniqueConnection);
+    m_timeLimitTimer->setSingleShot(true);
+    connect(m_timeLimitTimer, &QTimer::timeout, this,
+            [this] { refuse(QStringLiteral("took too long")); });
+    if (m_request.timeLimit.count() > 0)
+        m_timeLimitTimer->start(m_request.timeLimit);
     if (send(m_request))
         return;
     // With nothing on its way no signal of the network will ever end this request, and a thread
@@ -39,7 +53,7 @@ int NetworkHttpReply::statusCode() const
 QString NetworkHttpReply::reasonPhrase() const
 {
     if (!m_networkReply || m_broken)
-        return QString();
+        return m_problem;
     return m_networkReply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
 }
 
@@ -65,6 +79,8 @@ bool NetworkHttpReply::send(const HttpRequest &req)
         return false;
     setParent(attempt);
     m_networkReply = attempt;
+    m_decoder.reset();
+    m_received.clear();
     setupReply();
     m_readTimeoutTimer->start();
     return true;
@@ -76,6 +92,8 @@ void NetworkHttpReply::setupReply()
             Qt::UniqueConnection);
     connect(m_networkReply, &QNetworkReply::finished, this, &NetworkHttpReply::replyFinished,
             Qt::UniqueConnection);
+    connect(m_networkReply, &QNetworkReply::readyRead, this, &NetworkHttpReply::readyRead,
+            Qt::UniqueConnection);
     connect(m_networkReply, &QNetworkReply::downloadProgress, this,
             &NetworkHttpReply::downloadProgress, Qt::UniqueConnection);
 }
@@ -85,6 +103,49 @@ bool NetworkHttpReply::isRetriable() const
     const auto operation = m_networkReply->operation();
     return operation == QNetworkAccessManager::GetOperation ||
            operation == QNetworkAccessManager::HeadOperation;
+}
+
+bool NetworkHttpReply::take(bool isAtEnd)
+{
+    const bool isWanted = isSuccessful();
+    if (!m_decoder) {
+        // What is kept was decoded before, whatever the 304 says. All other bodies are taken only
+        // to be dropped, but within the same bound.
+        const bool isCoded =
+            isWanted &&
+            !m_networkReply->attribute(QNetworkRequest::SourceIsFromCacheAttribute).toBool();
+        const QByteArray coding =
+            isCoded ? m_networkReply->rawHeader("Content-Encoding") : QByteArray();
+        m_decoder = std::make_unique<ContentDecoder>(coding, Http::MaxBodySize,
+                                                     [this, isWanted](const char *bytes, int size) {
+                                                         if (isWanted)
+                                                             m_received.append(bytes, size);
+                                                         return true;
+                                                     });
+    }
+    while (m_networkReply->bytesAvailable() > 0) {
+        if (!m_decoder->add(m_networkReply->read(PartSize)))
+            return false;
+    }
+    return !isAtEnd || m_decoder->finish();
+}
+
+void NetworkHttpReply::readyRead()
+{
+    if (m_networkReply->isOpen() && !take(false))
+        refuse(m_decoder->errorText());
+}
+
+void NetworkHttpReply::refuse(const QString &reason)
+{
+    m_problem = reason;
+    m_broken = true;
+    m_received.clear();
+    QNetworkReply *const attempt = m_networkReply;
+    settle();
+    if (attempt)
+        attempt->abort();
+    emitError();
 }
 
 void NetworkHttpReply::downloadProgress(qint64 bytesReceived, qint64)
@@ -139,6 +200,8 @@ void NetworkHttpReply::replyError(QNetworkReply::NetworkError)
 void NetworkHttpReply::replyFinished()
 {
     QNetworkReply *const attempt = m_networkReply;
+    if (attempt->isOpen() && !take(true))
+        return refuse(m_decoder->errorText());
     const QUrl target = attempt->attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
     settle();
     if (target.isValid()) {
@@ -151,7 +214,9 @@ void NetworkHttpReply::replyFinished()
     }
 
     if (isSuccessful()) {
-        m_bytes = attempt->readAll();
+        m_timeLimitTimer->stop();
+        m_bytes = std::exchange(m_received, {});
+        m_client.keepAnswer(m_request, *attempt, m_bytes);
         emit data(m_bytes);
         if (attempt->attribute(QNetworkRequest::SourceIsFromCacheAttribute).toBool())
             qDebug() << "CACHE" << attempt->url();
@@ -175,6 +240,7 @@ void NetworkHttpReply::emitError()
     // A handler may run an event loop of its own, so nothing that could end the request a second
     // time is left running.
     settle();
+    m_timeLimitTimer->stop();
     const QString message = url().toString() + QLatin1Char(' ') + QString::number(statusCode()) +
                             QLatin1Char(' ') + reasonPhrase();
     qDebug() << "Http:" << message;

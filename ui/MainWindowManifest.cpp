@@ -18,6 +18,31 @@
 
 namespace Keys = ApplicationSettings;
 
+namespace
+{
+// Deliberately bounded: neither a server that drips nor one that redirects without end may keep the
+// program from its next check. With all retries.
+constexpr std::chrono::minutes CheckLimit(5);
+constexpr int LoggedSize = 64 * 1024; // bytes of a body
+
+/// Whether there is all that an update needs.
+bool isComplete(const UpdateManifest &manifest)
+{
+    return !manifest.isServerError && manifest.hasData && !manifest.version.isEmpty() &&
+           manifest.packageMd5 && manifest.link && manifest.files && !manifest.files->isEmpty();
+}
+
+/// \a name comes from outside and stands without quotes, where a line break would forge a line.
+QString loggable(QString name)
+{
+    for (QChar &c : name) {
+        if (!c.isPrint() && !c.isSurrogate())
+            c = QLatin1Char('?');
+    }
+    return name;
+}
+} // namespace
+
 void MainWindow::UpdatePlugin(bool autoUpdate, IfNothingNew then)
 {
     if (m_bRequesting)
@@ -30,7 +55,14 @@ void MainWindow::UpdatePlugin(bool autoUpdate, IfNothingNew then)
         return;
     }
     beginRun(autoUpdate);
-    HttpReply *reply = Http::instance().get(UpdateManifest::url(m_hosts.update));
+    // Who is asked by the user, or once more after a wrong package, must not be answered from what
+    // was kept.
+    if (!autoUpdate)
+        Http::forgetAnswer();
+    HttpRequest request;
+    request.url = UpdateManifest::url(m_hosts.update);
+    request.timeLimit = CheckLimit;
+    HttpReply *reply = Http::instance().request(request);
     const auto onFinished = [this, autoUpdate, then](const HttpReply &finished) {
         m_manifestAnswer = {};
         onManifestReply(finished, autoUpdate, then);
@@ -50,7 +82,7 @@ void MainWindow::onManifestReply(const HttpReply &reply, bool autoUpdate, IfNoth
         return;
     }
     const QByteArray body = reply.body();
-    qDebug() << body;
+    qDebug() << body.left(LoggedSize);
     qDebug() << "ReadPlginUpdateRequestBody";
     if (ReadPlginUpdateRequestBody(QJsonDocument::fromJson(body).object()))
         return;
@@ -63,13 +95,20 @@ void MainWindow::onManifestReply(const HttpReply &reply, bool autoUpdate, IfNoth
 bool MainWindow::ReadPlginUpdateRequestBody(const QJsonObject &body)
 {
     UpdateManifest manifest = UpdateManifest::fromJson(body);
+    if (!isComplete(manifest))
+        Http::forgetAnswer();
     if (manifest.isServerError) {
         qDebug() << "http request error!!";
         endRun();
         return false;
     }
-    if (!manifest.hasData || !isAccepted(body.value(QLatin1String("data")).toObject(), manifest))
+    if (!manifest.hasData)
         return endWithoutUpdate();
+    if (!isAccepted(body.value(QLatin1String("data")).toObject(), manifest)) {
+        // It may be forged; an honest server must not be able to confirm it.
+        Http::forgetAnswer();
+        return endWithoutUpdate();
+    }
 
     bool need = isDifferent(manifest);
     if (manifest.files)
@@ -155,7 +194,8 @@ bool MainWindow::isDifferent(const UpdateManifest &manifest)
 void MainWindow::storeFileList(const PluginFileList &files)
 {
     for (auto file = files.begin(); file != files.end(); ++file)
-        qDebug().noquote() << "file = " << file.key() << ", md5 = " << file.value();
+        qDebug().noquote() << "file = " << loggable(file.key())
+                           << ", md5 = " << loggable(file.value());
     MainController::instance()->WriteSetting(Keys::KeyFilesMd5, QVariant::fromValue(files));
 }
 

@@ -54,8 +54,19 @@ void send(QTcpSocket *socket, const HttpRecord &record, const HttpAnswer &answer
     QByteArray head = "HTTP/1.1 " + status + " Status " + status + "\r\n";
     for (const auto &header : answer.headers)
         head += header.first + ": " + header.second + "\r\n";
-    head += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n";
+    if (answer.repeated.isEmpty())
+        head += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n";
     socket->write(head + "\r\n");
+
+    if (!answer.repeated.isEmpty()) {
+        socket->write(answer.body);
+        const auto goOn = [=] {
+            if (socket->bytesToWrite() == 0)
+                socket->write(answer.repeated);
+        };
+        QObject::connect(socket, &QTcpSocket::bytesWritten, socket, goOn);
+        return goOn();
+    }
 
     const QByteArray whole = record.method == "HEAD" ? QByteArray() : answer.body;
     const QByteArray body = whole.mid(0, answer.cutAfter);

@@ -15,11 +15,12 @@ struct HttpAnswer {
     QByteArray body = {};
     QVector<QPair<QByteArray, QByteArray>> headers = {}; ///< with an "ETag", a 304 to who has it
     int bodyDelayMs = 0;                                 ///< between head and body
-    int cutAfter = -1;   ///< announce the whole body, send so many bytes of it, then close
-    bool silent = false; ///< never answer, keep the connection
-    int tailDelayMs = 0; ///< between the first half of the body and the rest
-    int dripMs = 0;      ///< this long between its bytes, without which all of them go at once
-    QByteArray raw = {}; ///< if any, exactly these bytes in place of all that, then close
+    int cutAfter = -1;        ///< announce the whole body, send so many bytes of it, then close
+    bool silent = false;      ///< never answer, keep the connection
+    int tailDelayMs = 0;      ///< between the first half of the body and the rest
+    int dripMs = 0;           ///< this long between its bytes, without which all of them go at once
+    QByteArray repeated = {}; ///< if any, goes out behind the body until the client hangs up
+    QByteArray raw = {};      ///< if any, exactly these bytes in place of all that, then close
 };
 
 /// One request as it came over the wire.
