@@ -56,6 +56,11 @@ bool ContentDecoder::add(const QByteArray &encoded)
         return false;
     if (encoded.isEmpty())
         return true;
+    // Blocks and members without content can go on for ever. What does not compress at all takes
+    // a little more than its own size.
+    m_encodedSize += encoded.size();
+    if (m_encodedSize > m_limit + m_limit / 4 + PieceSize)
+        return failTooLarge();
     if (m_coding == Coding::Unknown)
         return fail(QStringLiteral("unknown coding ") + QString::fromLatin1(m_name.left(100)));
     if (m_coding == Coding::Identity)
@@ -120,13 +125,18 @@ bool ContentDecoder::deliver(const char *bytes, qint64 size)
     for (qint64 offset = 0; offset < size;) {
         const int part = int(qMin<qint64>(size - offset, PieceSize));
         if (part > m_limit - m_decodedSize)
-            return fail(QStringLiteral("body is larger than %1 bytes").arg(m_limit));
+            return failTooLarge();
         if (!m_sink(bytes + offset, part))
             return fail(QStringLiteral("body is not wanted"));
         m_decodedSize += part;
         offset += part;
     }
     return true;
+}
+
+bool ContentDecoder::failTooLarge()
+{
+    return fail(QStringLiteral("body is larger than %1 bytes").arg(m_limit));
 }
 
 bool ContentDecoder::fail(const QString &reason)

@@ -12,7 +12,7 @@ struct z_stream_s;
 ///
 /// Knows gzip, deflate (with zlib's header or, as some servers send it, without) and identity. What
 /// it takes is bounded in decoded bytes, so a body can't become larger than its reader is prepared
-/// for, however small it is on the wire. Any one thread.
+/// for, however small it is on the wire; and, less tightly, in coded ones. Any one thread.
 class ContentDecoder
 {
 public:
@@ -51,6 +51,7 @@ private:
     bool openStream(const QByteArray &start);
     bool inflateAll(const QByteArray &encoded);
     bool deliver(const char *bytes, qint64 size);
+    bool failTooLarge();
     bool fail(const QString &reason);
 
     const QByteArray m_name;
@@ -60,6 +61,7 @@ private:
     std::unique_ptr<z_stream_s, StreamDeleter> m_stream; ///< null before the first two bytes
     QByteArray m_start;                                  ///< what came before there was a stream
     bool m_ended = false;                                ///< the compressed stream is complete
+    qint64 m_encodedSize = 0;
     qint64 m_decodedSize = 0;
     QString m_error;
 };

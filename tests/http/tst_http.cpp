@@ -124,6 +124,9 @@ private slots:
         row("endless", {Long, 2, {endless}, 1, 0, large});
         row("endless error", {Long, 2, {endlessError}, 1, 0, large});
         row("bomb", {Long, 2, {bomb}, 1, 0, large});
+        HttpAnswer nothing = coded("deflate", {});
+        nothing.repeated = QByteArray("\0\0\0\xff\xff", 5).repeated(10000); // empty blocks
+        row("endless nothing", {Long, 2, {nothing}, 1, 0, large});
         row("brotli", {Long, 2, {coded("br", "x")}, 1, 0, "0 unknown coding br"});
         row("gzip cut off", {Long, 2, {coded("gzip", gzip.chopped(1))}, 1, 0, "0 compressed"});
         row("in circles",
