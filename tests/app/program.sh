@@ -53,7 +53,7 @@ ended
 remove_unsaved "$ini"
 remove_unsaved "$work/game/mods/configs/corvane.xml"
 must [ "$(cd "$work/app" && find . -type f | LC_ALL=C sort | xargs)" = \
-    './Brekka ./brekka.ini ./plugins/pluginsconfig ./ver.dll' ]
+    './Brekka ./brekka.ini ./brekka.ini.whole ./plugins/pluginsconfig ./ver.dll' ]
 
 printf 'It lives in the tray\n'
 on_display start_program -s

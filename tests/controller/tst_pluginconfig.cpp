@@ -114,7 +114,9 @@ private slots:
                 QByteArray(XmlHead) + head + outer + "\n    <setting>402653184</setting>\n    " +
                     inner + "\n" + end);
         };
-        kept("namespaces", "", "<p:a p:b=\"1\" xmlns=\"urn:e\">t</p:a>", "<r xmlns:p=\"urn:d\">");
+        // One attribute an element, because their order is any.
+        kept("namespaces", "", "<p:a p:b=\"1\">t</p:a>\n    <c xmlns=\"urn:e\">u</c>",
+             "<r xmlns:p=\"urn:d\">");
         kept("CDATA", "", "<a>x<![CDATA[<1>]]> <![CDATA[&2]]></a>");
         kept("comments and instructions", "<!-- 甲 -->\n<?p q=\"1\"?>\n", "<!-- - -->");
         kept("comment before the type", "<!--c-->\n<!DOCTYPE r [<!--d--><!ENTITY e \"f\">]>\n",
