@@ -61,7 +61,7 @@ forge() {
 meet_forger() {
     local forger seen
     seen=$(grep -c ReadPlginUpdateRequestBody "$log")
-    busybox nc -ll -s 127.0.0.1 -p "$port" -e "$0" "$work" answer 2>/dev/null &
+    busybox nc -ll -p "$port" 127.0.0.1 -e "$0" "$work" answer 2>/dev/null &
     forger=$!
     started+=("$forger")
     eventually said ReadPlginUpdateRequestBody $((seen + 1))
