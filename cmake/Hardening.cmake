@@ -11,13 +11,14 @@ function(brekka_compile_option_if_known option)
     endif()
 endfunction()
 add_compile_options(-fstack-protector-strong)
-brekka_compile_option_if_known(-fstack-clash-protection)
 if(WIN32)
     add_link_options(-Wl,--dynamicbase,--high-entropy-va,--nxcompat)
     # At the end of each command line, so that it serves all libraries. Without it the compiler would
     # take the DLL, which players would need, too.
     string(APPEND CMAKE_CXX_STANDARD_LIBRARIES " -l:libssp.a")
 else()
+    # Windows' compilers probe each page of a large frame by themselves.
+    brekka_compile_option_if_known(-fstack-clash-protection)
     brekka_compile_option_if_known(-fcf-protection=full)
     add_link_options(-Wl,-z,relro,-z,now)
     include(CheckPIESupported)
