@@ -10,6 +10,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -23,6 +24,8 @@ namespace
 {
 constexpr uid_t Stranger = 65534;
 
+int reserveError = 0; // what fallocate() answers
+
 struct stat statusOf(const QString &path)
 {
     struct stat status = {};
@@ -30,6 +33,18 @@ struct stat statusOf(const QString &path)
     return status;
 }
 } // namespace
+
+/// The system's, or that of another file system: ext4 has grown the file already when it finds that
+/// the disk is full.
+extern "C" int fallocate(int handle, int mode, off_t offset, off_t size)
+{
+    if (reserveError == 0)
+        return int(syscall(SYS_fallocate, handle, mode, offset, size));
+    if (reserveError == ENOSPC && ftruncate(handle, size - 1) != 0)
+        return -1;
+    errno = reserveError;
+    return -1;
+}
 
 /// One target "file" in a folder, which holds an old content in most rows.
 class tst_FileReplacement : public QObject
@@ -96,6 +111,18 @@ private slots:
         }
         row("full disk, hard links", hardLink, 3000, InPlace, Result::NotWritten);
         row("full disk, no new file", blocked, 3000, InPlace, Result::NotWritten);
+        const auto full = [=](const QByteArray &file) {
+            hardLink(file);
+            reserveError = ENOSPC;
+        };
+        const auto unknown = [](const QByteArray &) { reserveError = EOPNOTSUPP; };
+        const auto linkUnknown = [=](const QByteArray &file) {
+            hardLink(file);
+            reserveError = EOPNOTSUPP;
+        };
+        row("full when the space is reserved", full, 1500, InPlace, Result::NotWritten);
+        row("space unknown", linkUnknown, 1500, InPlace, Result::Replaced);
+        row("space unknown, full disk", unknown, 3000, InPlace, Result::NotWritten);
     }
 
     void replaces()
@@ -119,6 +146,7 @@ private slots:
         const Result actual =
             FileReplacement::replace(path, content, {FileReplacement::Sync::File, inPlace}, &error);
         disk.reset();
+        reserveError = 0;
         QCOMPARE(actual, result);
         QCOMPARE(error.isEmpty(), result == Result::Replaced);
         const struct stat now = statusOf(path);
@@ -166,6 +194,59 @@ private slots:
         QCOMPARE(statusOf(roots).st_uid, uid_t(0));
         QCOMPARE(statusOf(roots).st_ino, inode);
         QCOMPARE(Files::readTree(dir.path()), (Files::Tree{{"given", "new"}, {"r", "new"}}));
+    }
+
+    /// What mustn't be written isn't replaced in a folder that may be, and the other way round.
+    void rights_data()
+    {
+        QTest::addColumn<int>("folder"); // modes
+        QTest::addColumn<int>("file");
+        QTest::addColumn<bool>("isNew");
+        QTest::addColumn<Result>("result");
+        QTest::newRow("read-only file") << 0777 << 0444 << false << Result::NotOpened;
+        QTest::newRow("read-only folder") << 0555 << 0666 << false << Result::Replaced;
+        QTest::newRow("read-only folder, new") << 0555 << 0666 << true << Result::NotOpened;
+        QTest::newRow("folder without listing") << 0333 << 0666 << false << Result::Replaced;
+    }
+
+    void rights()
+    {
+        QFETCH(int, folder);
+        QFETCH(int, file);
+        QFETCH(bool, isNew);
+        QFETCH(Result, result);
+        QTemporaryDir dir;
+        const QString path = dir.filePath("file"), target = dir.filePath(isNew ? "new" : "file");
+        Files::write(path, "old");
+        chmod(path.toUtf8(), mode_t(file));
+        chmod(dir.path().toUtf8(), mode_t(folder));
+        const uid_t user = geteuid();
+        if (user == 0) // whose rights reach everywhere
+            QVERIFY(chown(path.toUtf8(), Stranger, gid_t(-1)) == 0 && seteuid(Stranger) == 0);
+        const Result actual =
+            FileReplacement::replace(target, "new", {FileReplacement::Sync::Batch, true});
+        const bool isSynced = FileReplacement::syncBatch(dir.path());
+        QCOMPARE(seteuid(user), 0);
+        chmod(dir.path().toUtf8(), 0700);
+        QCOMPARE(actual, result);
+        QVERIFY(isSynced);
+        QCOMPARE(Files::readTree(dir.path()),
+                 (Files::Tree{{"file", result == Result::Replaced ? "new" : "old"}}));
+    }
+
+    /// A pipe takes what is meant for it and stays one.
+    void pipe()
+    {
+        QTemporaryDir dir;
+        const QByteArray path = dir.filePath("pipe").toUtf8();
+        QCOMPARE(mkfifo(path, 0600), 0);
+        const int reader = open(path, O_RDWR | O_NONBLOCK);
+        QCOMPARE(FileReplacement::replace(path, "new", {FileReplacement::Sync::File, true}),
+                 Result::Replaced);
+        QVERIFY(S_ISFIFO(statusOf(path).st_mode));
+        char content[8] = {};
+        QCOMPARE(read(reader, content, sizeof content), ssize_t(3));
+        close(reader);
     }
 };
 
