@@ -108,19 +108,20 @@ qint64 freeSpace(const QString &folder)
     return QStorageInfo(existing.filePath()).bytesAvailable();
 }
 
-/// Whether what the archive announces can go to the disk, where it takes the place of what is
-/// there. Deliberately without a margin: a plugin may well fill the disk.
 bool hasSpace(const Listing &entries, const QString &destination)
 {
     const qint64 free = freeSpace(destination);
-    qint64 needed = 0;
+    qint64 announced = 0, present = 0;
     for (const QZipReader::FileInfo &entry : entries) {
-        if (entry.isFile)
-            needed += entry.size - QFileInfo(Paths::inFolder(destination, entry.filePath)).size();
+        if (!entry.isFile)
+            continue;
+        announced += entry.size;
+        present += QFileInfo(Paths::inFolder(destination, entry.filePath)).size();
     }
-    if (free <= 0 || needed <= free)
+    if (ZipCpp::fits(free, announced, present))
         return true;
-    qDebug() << "archive needs" << needed << "bytes more, free are" << free;
+    qDebug() << "archive has" << announced << "bytes, free are" << free << "and replaced"
+             << present;
     return false;
 }
 
@@ -179,6 +180,11 @@ bool syncAll(const QString &destination)
 
 ZipCpp::ZipCpp(QObject *parent) : QObject(parent) {}
 
+bool ZipCpp::fits(qint64 free, qint64 announced, qint64 present)
+{
+    return free <= 0 || announced - present <= free;
+}
+
 void ZipCpp::OnUnzipFile(QString strZipFile, QString strDestPath)
 {
     const EC::ErrorCode result = unpack(strZipFile, strDestPath);
@@ -193,13 +199,14 @@ EC::ErrorCode ZipCpp::unpack(const QString &zipFile, const QString &destination)
     QZipReader archive(zipFile, QIODevice::ReadOnly);
     if (archive.status() != QZipReader::NoError)
         return EC::FILE_OPEN_FAILED;
-    Listing entries = archive.fileInfoList();
+    // The reader bounds nothing, so it comes second.
+    ZipDirectory directory(zipFile);
+    Listing entries = directory.read() ? archive.fileInfoList() : Listing();
     if (entries.isEmpty()) {
         qDebug() << "QZipReader read zip file failed";
         return EC::FILE_OPEN_FAILED;
     }
-    ZipDirectory directory(zipFile);
-    if (!directory.read() || directory.entries().size() != entries.size())
+    if (directory.entries().size() != entries.size())
         return EC::FILE_OPEN_FAILED;
     restorePaths(entries, directory);
     recogniseFolders(entries, directory);

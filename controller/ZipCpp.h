@@ -24,6 +24,12 @@ public slots:
     /// the disk can take.
     void OnUnzipFile(QString strZipFile, QString strDestPath);
 
+public:
+    /// Whether files of \a announced bytes can take the place of \a present bytes where \a free are
+    /// left; 0 or less stands for a volume that doesn't tell. Deliberately without a margin: a
+    /// plugin may well fill the disk.
+    static bool fits(qint64 free, qint64 announced, qint64 present);
+
 signals:
     /// Full path of a file just written: destination, separator and the entry's path, with slashes
     /// and without a leading "./", but otherwise as it stands in the archive.

@@ -17,6 +17,9 @@ constexpr quint16 Stored = 0;
 constexpr quint16 Deflated = 8;
 constexpr qint64 HighestRatio = 1032; // that deflating can reach
 constexpr int ChunkSize = 65536;
+// Reading the directory takes several times its size in memory. The most entries that a zip can
+// count, 65,535, have some 190 bytes each in this, where ordinary ones take 100 to 150.
+constexpr qint64 LargestDirectory = 12 << 20;
 
 quint16 number16(const QByteArray &bytes, int offset)
 {
@@ -77,7 +80,9 @@ bool ZipDirectory::seekEntries(int *count)
     if (tail.size() < EndSize || end < 0)
         return false;
     *count = number16(tail, end + 10);
-    return m_file.seek(number32(tail, end + 16));
+    const qint64 start = number32(tail, end + 16);
+    // Its announced size is not asked: whoever reads entry by entry only stops at the file's end.
+    return m_file.size() - start <= LargestDirectory && m_file.seek(start);
 }
 
 bool ZipDirectory::readEntry()

@@ -32,8 +32,8 @@ public:
 
     explicit ZipDirectory(const QString &path);
 
-    /// Reads the directory up to its end or its first fault. False when the file can't be opened or
-    /// has none.
+    /// Reads the directory up to its end or its first fault. False when the file can't be opened,
+    /// has none, or one of more than 12 MiB.
     bool read();
     const QVector<Entry> &entries() const { return m_entries; }
     /// Whether all entries can have their data in the file, each its own.
