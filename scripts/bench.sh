@@ -105,11 +105,18 @@ clear_target() {
     sync -f "$target"
 }
 
-# compare_unpacking NAME SET GOAL
+# Or from the same files, which are then replaced.
+fill_target() {
+    clear_target
+    unpack_tool
+    sync -f "$target"
+}
+
+# compare_unpacking NAME SET GOAL [BEFORE]
 compare_unpacking() {
     local package
     package=$(echo "$data/$2.out/packages/"*.zip)
-    compare "$1" "$3" unpack_ours unpack_tool clear_target
+    compare "$1" "$3" unpack_ours unpack_tool "${4-clear_target}"
 }
 
 bench_unpack() {
@@ -117,6 +124,7 @@ bench_unpack() {
     heading 'unpacking' 'ours' 'unzip' 'ratio' 'goal'
     compare_unpacking '2,000 files of 64 KiB' small 1.10
     compare_unpacking 'one file of 256 MiB' large 1.10
+    compare_unpacking '2,000 files of 64 KiB, replaced' small 1.10 fill_target
 }
 
 bench_growth() {
