@@ -98,7 +98,9 @@ restore() {
     find "$disk" -xdev -type f ! -path "$disk/app/Brekka" -delete
     tar -C "$disk" -xf "$work/template"
     sync -f "$disk"
-    head -c $((($(df --output=avail -k "$disk" | tail -n 1) - $1) * 1024)) /dev/zero >"$disk/filler"
+    cat /dev/zero >"$disk/filler" 2>/dev/null || true
+    sync -f "$disk"
+    truncate -s "-$1K" "$disk/filler"
     sync -f "$disk"
 }
 
@@ -156,9 +158,14 @@ walk() {
     judge "$disk/other"
     judge_settings
     [ -z "$(find "$disk" -name '*.brekka-part')" ] || fail 'a temporary file stayed behind'
+    # A choice that can't be saved holds for its run only.
+    setting "$ini" game
+    [ "$value" = "$disk/other" ] || { [ "$value" = "$disk/game" ] && [ "$left" -lt 64 ]; } ||
+        fail "the game's folder is $value"
     rm "$disk/filler"
     start_visibly
-    eventually installed_in "$disk/other" 2
+    eventually said 'OnAutoUpdate start'
+    eventually installed_in "$value" 2
     stop_program
 }
 
@@ -175,6 +182,5 @@ for filesystem in "${@:2}"; do
         walk "$left"
         printf '%s, %s KiB left: every file was whole, and the next check healed\n' "$filesystem" "$left"
     done
-    stop_started
     umount "$disk/app/Brekka" "$disk"
 done
