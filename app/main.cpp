@@ -1,10 +1,10 @@
-#include "ApplicationSettings.h"
 #include "Hosts.h"
 #include "InstallTexts.h"
 #include "MainController.h"
 #include "MainWindow.h"
 #include "Paths.h"
 #include "RecevieSecondProcessMsg.h"
+#include "SettingsFile.h"
 #include "SingleApplication.h"
 #include "TerminationSignal.h"
 
@@ -74,7 +74,7 @@ int runPrimary(SingleApplication &application, RecevieSecondProcessMsg &receiver
         return 1;
     }
 
-    QSettings settings(ApplicationSettings::FileName, QSettings::IniFormat);
+    QSettings settings(SettingsFile::readable(), QSettings::IniFormat);
     static_assert(ManifestSignature::isKeyList(BREKKA_PUBLIC_KEYS),
                   "BREKKA_PUBLIC_KEYS holds a word that is no public key");
     MainWindow window(Hosts::read(settings), ManifestSignature::keysFromText(BREKKA_PUBLIC_KEYS),

@@ -5,6 +5,9 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QVariant>
+
+#include <optional>
 
 namespace
 {
@@ -52,14 +55,37 @@ bool hasRoomFor(qint64 size)
     return fits;
 }
 
-void keepCopy()
+/// Of a missing file, none.
+std::optional<QByteArray> bytesOf(const QString &name)
 {
-    QFile file(fileName()), copy(copyName());
-    if (!file.open(QIODevice::ReadOnly))
-        return;
-    const QByteArray content = file.readAll();
-    if (!content.isEmpty() && !(copy.open(QIODevice::ReadOnly) && copy.readAll() == content))
-        FileReplacement::replace(copyName(), content);
+    QFile file(name);
+    return file.open(QIODevice::ReadOnly) ? std::optional(file.readAll()) : std::nullopt;
+}
+
+void keepCopy(const std::optional<QByteArray> &content)
+{
+    if (content && !content->isEmpty() && bytesOf(copyName()) != content)
+        FileReplacement::replace(copyName(), *content);
+}
+
+/// What QSettings has written: one line for each key, and headings between them.
+bool isWhole(const QByteArray &content, int keys)
+{
+    int lines = 0;
+    for (const QByteArray &line : content.split('\n'))
+        lines += int(!line.trimmed().isEmpty() && !line.startsWith('['));
+    return lines == keys && (keys == 0 || content.endsWith('\n'));
+}
+
+void putBack(const std::optional<QByteArray> &content)
+{
+    FileReplacement::Options options;
+    options.inPlace = true;
+    if (!content)
+        QFile::remove(fileName());
+    else if (FileReplacement::replace(fileName(), *content, options) !=
+             FileReplacement::Result::Replaced)
+        QFile::resize(fileName(), 0); // the copy stands in for it
 }
 } // namespace
 
@@ -70,15 +96,29 @@ QString SettingsFile::readable()
     return isEmptied && QFileInfo(copyName()).size() > 0 ? copyName() : fileName();
 }
 
-bool SettingsFile::save(const QSettings &settings)
+bool SettingsFile::save(QSettings &settings)
 {
     if (!hasRoomFor(longestFile(settings)))
         return false;
+    const std::optional<QByteArray> before = bytesOf(fileName());
+    keepCopy(before);
+    QVariantMap values;
+    const QStringList keys = settings.allKeys();
+    for (const QString &key : keys)
+        values[key] = settings.value(key);
     // All objects of one file share what is pending, but a failure sticks to the object.
     QSettings writer(settings.fileName(), QSettings::IniFormat);
     writer.sync();
     if (writer.status() == QSettings::AccessError)
         return false;
-    keepCopy();
-    return true;
+    const std::optional<QByteArray> after = bytesOf(fileName());
+    if (after && isWhole(*after, writer.allKeys().size())) {
+        keepCopy(after);
+        return true;
+    }
+    // The disk has filled up since the trial. QSettings takes it all for saved.
+    putBack(before);
+    for (auto value = values.cbegin(); value != values.cend(); ++value)
+        settings.setValue(value.key(), value.value());
+    return false;
 }

@@ -14,7 +14,8 @@ constexpr char CopySuffix[] = ".whole";
 /// file itself. A missing file means defaults, whether or not there is a copy.
 QString readable();
 
-/// Writes what is pending in any QSettings object of the file, and then the copy. False, with the
-/// file as it was, when there isn't enough space or the file can't be written.
-bool save(const QSettings &settings);
+/// Writes what is pending in any QSettings object of the file, and then the copy. False when there
+/// isn't enough space or the file can't be written: the file is as it was or, at worst, empty with
+/// the copy beside it, and \a settings still has everything pending.
+bool save(QSettings &settings);
 } // namespace SettingsFile

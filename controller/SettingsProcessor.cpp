@@ -19,12 +19,12 @@ SettingsProcessor::SettingsProcessor(QObject *parent)
 SettingsProcessor::~SettingsProcessor()
 {
     m_file->removeEventFilter(this);
-    if (SettingsFile::save(*m_file))
+    if (!m_isPending || SettingsFile::save(*m_file))
         return;
     // Its destructor would write, and empty the file. Never destroyed, but still reachable.
-    static QList<QSettings *> unsaved;
+    static auto *unsaved = new QList<QSettings *>;
     m_file->setParent(nullptr);
-    unsaved += m_file;
+    *unsaved += m_file;
 }
 
 bool SettingsProcessor::eventFilter(QObject *watched, QEvent *event)
@@ -39,16 +39,23 @@ bool SettingsProcessor::eventFilter(QObject *watched, QEvent *event)
 void SettingsProcessor::save()
 {
     QCoreApplication::removePostedEvents(m_file, QEvent::UpdateRequest);
-    const bool isSaved = SettingsFile::save(*m_file);
-    if (isSaved)
-        m_file->sync(); // nothing is pending any more: the next change is to ask for a write-back
-    else if (m_isSaved)
+    m_isPending = !SettingsFile::save(*m_file);
+    if (!m_isPending)
+        m_file->sync(); // for QSettings, too: the next change is to ask for a write-back
+    else if (!m_isTold)
         emit SettingsNotSaved(QFileInfo(m_file->fileName()).path());
-    m_isSaved = isSaved;
+    m_isTold = m_isPending;
+}
+
+void SettingsProcessor::set(const QString &key, const QVariant &value)
+{
+    m_file->setValue(key, value);
+    m_isPending = true;
 }
 
 void SettingsProcessor::restore()
 {
+    m_file->sync();
     const QString name = SettingsFile::readable();
     if (name == QLatin1String(Keys::FileName))
         return;
@@ -56,29 +63,28 @@ void SettingsProcessor::restore()
     const QSettings copy(name, QSettings::IniFormat);
     const QStringList keys = copy.allKeys();
     for (const QString &key : keys)
-        m_file->setValue(key, copy.value(key));
+        set(key, copy.value(key));
 }
 
 void SettingsProcessor::RefreshSettings()
 {
     qDebug() << "SettingsProcessor::RefreshSettings";
-    if (m_isSaved)
-        m_file->sync();
-    else
+    if (m_isPending)
         save(); // to sync would be to write
-    restore();
+    else
+        restore();
     m_settings.game = m_file->value(Keys::KeyGame).toString();
     m_settings.interval = m_file->value(Keys::KeyInterval).toInt();
     if (m_settings.interval == 0) {
         m_settings.interval = Keys::DefaultInterval;
-        m_file->setValue(Keys::KeyInterval, Keys::DefaultInterval);
+        set(Keys::KeyInterval, Keys::DefaultInterval);
     }
     m_settings.PluginSupportGameVersion = m_file->value(Keys::KeySupportGameVersion).toString();
     m_settings.updatedate = m_file->value(Keys::KeyUpdateDate).toString();
     m_settings.pver = m_file->value(Keys::KeyPluginVersion).toString();
     m_settings.lastcheckret = m_file->value(Keys::KeyLastCheckResult).toBool();
     if (!m_file->allKeys().contains(Keys::KeyReplayUpload))
-        m_file->setValue(Keys::KeyReplayUpload, true);
+        set(Keys::KeyReplayUpload, true);
     m_settings.pluginloaderplayopen = m_file->value(Keys::KeyReplayUpload, true).toBool();
     readPlugins();
     qDebug() << "gamepath=" << m_settings.game;
@@ -110,7 +116,7 @@ void SettingsProcessor::WriteSetting(QString strKey, QVariant value)
             emit SettingChanged(strKey, value);
         return;
     }
-    m_file->setValue(strKey, value);
+    set(strKey, value);
     save();
     emit SettingChanged(strKey, value);
 }
@@ -124,7 +130,7 @@ bool SettingsProcessor::writePlugins(const QVariant &value)
     for (auto file = files.begin(); file != files.end(); ++file) {
         QString key = file.key();
         key.replace(QLatin1String("\\"), QLatin1String("\\\\"));
-        m_file->setValue(key, file.value());
+        set(key, file.value());
     }
     m_file->endGroup();
     return true;

@@ -40,11 +40,13 @@ signals:
 
 private:
     void save();
+    void set(const QString &key, const QVariant &value);
     void restore();
     void readPlugins();
     bool writePlugins(const QVariant &value);
 
-    QSettings *m_file;     ///< a child, so that it moves between threads with this object
-    bool m_isSaved = true; ///< the last save was made
+    QSettings *m_file;        ///< a child, so that it moves between threads with this object
+    bool m_isPending = false; ///< something isn't in the file yet
+    bool m_isTold = false;    ///< that the last save failed
     ApplicationSettings::settings m_settings;
 };

@@ -4,9 +4,13 @@
 #include "SettingsProcessor.h"
 #include "SmallDisk.h"
 
+#include <QLockFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtTest>
+
+#include <optional>
 
 class tst_Settings : public QObject
 {
@@ -55,6 +59,11 @@ private slots:
         QVERIFY(record.needssignature2);
         QVERIFY(record.autorun && !record.lastcheckret && !record.pluginloaderplayopen);
         QCOMPARE(record.interval, 7);
+        {
+            SettingsProcessor idle;
+            load(idle);
+        }
+        QCOMPARE(Files::readTree(".").size(), 1);
         // A single setting is on the disk at once.
         store.WriteSetting("game", "new");
         const QByteArray file = Files::read("brekka.ini").replace("\r", "");
@@ -96,6 +105,43 @@ private slots:
             QCOMPARE(told.count(), 2);
             store.reset();
             QVERIFY(Files::read("brekka.ini").contains("game=new"));
+        }
+#endif
+    }
+
+    /// The disk fills up after the space was tried, while QSettings waits for its lock.
+    void fillsUpMeanwhile()
+    {
+#ifdef Q_OS_UNIX
+        for (const int size : {0, 1000, 2500}) {
+            m_dir.reset(new QTemporaryDir);
+            QDir::setCurrent(m_dir->path());
+            const QByteArray before = "[General]\npver=" + QByteArray(size, 'x') + "\n";
+            if (size > 0)
+                Files::write("brekka.ini", before);
+            SettingsProcessor store;
+            QSignalSpy told(&store, &SettingsProcessor::SettingsNotSaved);
+            std::optional<SmallDisk> disk;
+            QLockFile lock("brekka.ini.lock");
+            QVERIFY(lock.lock());
+            const QScopedPointer<QThread> filler(QThread::create([&] {
+                QThread::msleep(300);
+                disk.emplace();
+                lock.unlock();
+            }));
+            filler->start();
+            store.WriteSetting("game", QString(2100, 'y'));
+            filler->wait();
+            // What can't be put back is left empty beside its copy.
+            const QList<QByteArray> ini{size > 2000 ? QByteArray() : before};
+            QCOMPARE(Files::readTree(".").values(),
+                     size > 0 ? ini + QList<QByteArray>{before} : QList<QByteArray>());
+            QCOMPARE(load(store).game.size(), 2100);
+            QCOMPARE(told.count(), 1);
+            disk.reset();
+            store.WriteSetting("autorun", true);
+            const QByteArray after = Files::read("brekka.ini");
+            QVERIFY(after.contains("yyy") && after.contains("xxx") == (size > 0));
         }
 #endif
     }
