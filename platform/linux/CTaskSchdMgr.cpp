@@ -1,8 +1,9 @@
 #include "CTaskSchdMgr.h"
 
+#include "FileReplacement.h"
+
 #include <QDir>
 #include <QProcess>
-#include <QSaveFile>
 
 namespace
 {
@@ -89,11 +90,7 @@ bool CTaskSchdMgr::CreateTask(const wchar_t *taskName, const wchar_t *programPat
     QStringList entries = entriesOf(name);
     const QString path =
         entries.isEmpty() ? autostartFolder() + '/' + name + EntrySuffix : entries.takeFirst();
-    QSaveFile file(path);
-    const QByteArray bytes = text.toUtf8();
-    // Committing alone would not notice what a full disk swallowed.
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush() ||
-        !file.commit())
+    if (FileReplacement::replace(path, text.toUtf8()) != FileReplacement::Result::Replaced)
         return false;
     // Names that differ only in case are one task, which must not start twice.
     for (const QString &duplicate : entries)
