@@ -15,6 +15,8 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <utility>
+
 namespace Keys = ApplicationSettings;
 
 namespace
@@ -109,8 +111,11 @@ void MainWindow::connectController()
     connect(controller, &MainController::OnSettingChanged, this, &MainWindow::OnSettingChanged);
     connect(controller, &MainController::OnSettingsNotSaved, this, [this](const QString &folder) {
         // Of a folder that takes nothing at all the start has told.
-        if (Paths::unwritableFolder().isEmpty())
-            ShowMessage(InstallTexts::settingsNotSaved(QDir::toNativeSeparators(folder)));
+        if (!Paths::unwritableFolder().isEmpty())
+            return;
+        m_unseenMessage = InstallTexts::settingsNotSaved(QDir::toNativeSeparators(folder));
+        if (isVisible())
+            ShowMessage(std::exchange(m_unseenMessage, QString()));
     });
     connect(controller, &MainController::OnpluginVersion, this, &MainWindow::OnPluginVersion);
     connect(controller, &MainController::OnpluginUploadReplayOpen, this,
@@ -279,4 +284,6 @@ void MainWindow::showEvent(QShowEvent *event)
 {
     StopTrayShan();
     BaseWindow::showEvent(event);
+    if (!m_unseenMessage.isEmpty())
+        ShowMessage(std::exchange(m_unseenMessage, QString()));
 }

@@ -170,6 +170,7 @@ private:
 
     MaskForm *m_mask = nullptr;
     QStringList m_shownMessages;   ///< texts of the message boxes that are open or about to be
+    QString m_unseenMessage;       ///< of the store, for when the window is shown
     QTimer *m_shanTimer = nullptr; ///< flashes the tray icon
     QTimer *m_autoUpdateTimer = nullptr; ///< the periodic check
     int m_shanCount = 0;

@@ -180,7 +180,7 @@ bool UpdateScene::eventFilter(QObject *object, QEvent *event)
     if (event->type() != QEvent::Show || !widget || !widget->isWindow())
         return false;
     if (qobject_cast<const CustMessagebox *>(widget))
-        shown += "box " + widget->findChild<QLabel *>()->text();
+        shown += "box " + widget->findChild<QLabel *>()->text().replace(QDir::currentPath(), ".");
     else if (qobject_cast<const ReminderWidget *>(widget))
         shown += (isAtWork() ? "toast " : "unasked toast ") + widget->findChild<QLabel *>()->text();
     return false;

@@ -1,5 +1,6 @@
 #include "MainController.h"
 #include "Paths.h"
+#include "SmallDisk.h"
 #include "UpdateScene.h"
 
 #include <QApplication>
@@ -57,6 +58,13 @@ void settle(UpdateScene &scene, const QString &)
 {
     MainController::instance()->WriteSetting("settled", true);
     WAIT_FOR(scene.logged("OnSettingChanged \"settled\"") == 1);
+}
+
+/// A setting changes on a full disk.
+void fillDisk(UpdateScene &scene, const QString &)
+{
+    const SmallDisk disk;
+    settle(scene, {});
 }
 
 /// Begins a check, as soon as nothing else is under way.
@@ -126,6 +134,7 @@ QHash<QString, Step> makeSteps()
                  scene.game(), QVariant::fromValue(*scene.server.offered.files));
          }},
         {"settle", settle},
+        {"full disk", fillDisk},
         {"remove package", [](auto &, auto &) { QVERIFY(QFile::remove(Paths::packageFile())); }},
         {"remove file",
          [](auto &scene, auto &) { QVERIFY(QFile::remove(scene.game() + "/mods/a.pyc")); }},
@@ -268,6 +277,11 @@ void tst_UpdateFlow::flow_data()
         "1+0; box 没有搜索到游戏客户端路径; box <style> a {text-decoration: none;color: "
         "#505287;} </style>  <div>您还未设置游戏路径！</div> <div>如果未下载游戏，<a "
         "href=\"https:///zh-cn/game/download\">请前往下载 </a></div>");
+    const QString unsaved =
+        "1+0; box <div>设置无法保存到文件夹 .</div><div>请检查磁盘空间。本次运行中的更改仍然有效，"
+        "下次能够保存时会一并保存。</div>";
+    row("full disk", "full disk", unsaved);
+    row("full disk, hidden", "hide; full disk; show", unsaved);
     row("runs go on behind a box", "offer; remove package; 404 twice; act behind box; press",
         "4+1" + done + failed);
     row("hidden", "offer; pack no archive; start hidden; 1 ShowNew(void); timer 500; show",
