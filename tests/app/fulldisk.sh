@@ -21,7 +21,7 @@ source "$root/scripts/demo.sh"
 source "$root/scripts/display.sh"
 source "$root/tests/support/program.sh"
 
-trap 'stop_started; umount "$disk/app/Brekka" "$disk" 2>/dev/null; rm -rf "$work"' EXIT
+trap 'stop_started; umount "$disk/app/Brekka" "$disk" 2>/dev/null || true; rm -rf "$work"' EXIT
 disk=$work/disk
 ini=$disk/app/brekka.ini
 disk_size=4 # MiB
