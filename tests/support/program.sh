@@ -1,7 +1,7 @@
 # The real program in a folder of its own, for tests that look at it from outside; source it after
 # lib.sh and demo.sh. Sets $work, and $bin to the folder of the programs, this script's first argument.
 
-bin=$1
+bin=$(cd "$1" && pwd)
 work=$(mktemp -d)
 chmod 755 "$work" # a web server may run as somebody else
 trap 'stop_started; rm -rf "$work"' EXIT

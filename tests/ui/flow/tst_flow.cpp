@@ -6,6 +6,10 @@
 using FailurePolicy::Failure;
 using FailurePolicy::Step;
 
+Q_DECLARE_METATYPE(Failure)
+Q_DECLARE_METATYPE(Step)
+Q_DECLARE_METATYPE(FailurePolicy::Run)
+
 /// The decisions of the update flow, each as a table.
 class tst_Flow : public QObject
 {
@@ -70,10 +74,6 @@ void tst_Flow::backOff()
     backOff.forget();
     QVERIFY(!backOff.holds("other"));
 }
-
-Q_DECLARE_METATYPE(Failure)
-Q_DECLARE_METATYPE(Step)
-Q_DECLARE_METATYPE(FailurePolicy::Run)
 
 QTEST_APPLESS_MAIN(tst_Flow)
 
