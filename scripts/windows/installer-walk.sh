@@ -60,13 +60,14 @@ setup_install() {
 
 setup_start() {
     step 'The start menu starts it with its own folder as the current one; the plugin is installed.'
+    local cache=$profile/AppData/Local/Brekka/cache/http
+    mkdir -p "$cache/data8/1" && printf 'answer' >"$cache/data8/1/old.d"
     write_settings "$app/brekka.ini" "$game_path" 5
     wine start "$(winepath -w "$shortcut")" >"$work/installed.log" 2>&1
     wait_for 60 'the window' is_shown
     wait_for 120 'the installation' installed
     wait_for 30 'the stored version' stored pver 1.2.0
-    # Its place is the program's to know; the uninstaller has to know it, too.
-    [ -n "$(find "$profile/AppData/Local/Brekka/cache/http" -type f)" ] || fail 'no manifest in the cache'
+    [ ! -e "$cache" ] || fail 'answers that an older version kept are still there'
 }
 
 # age_installation : as if an older version had installed it, with more files than today's; and

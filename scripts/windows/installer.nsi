@@ -169,7 +169,7 @@ Function un.RemoveLogonTask
     ${EndIf}
 FunctionEnd
 
-; The last manifest, as Qt lays its cache out. A copy elsewhere uses the same one, and does without.
+; The last manifest of versions before 1.2, as Qt lays its cache out. A copy elsewhere does without it.
 Function un.RemoveCache
     ${ForEach} $0 0 15 + 1
         IntFmt $1 "%x" $0
