@@ -22,9 +22,11 @@ SettingsProcessor::~SettingsProcessor()
     if (!m_isPending || SettingsFile::save(*m_file))
         return;
     // Its destructor would write, and empty the file. Never destroyed, but still reachable.
-    static auto *unsaved = new QList<QSettings *>;
+    static QSettings *unsaved = nullptr;
     m_file->setParent(nullptr);
-    *unsaved += m_file;
+    if (unsaved)
+        unsaved->setParent(m_file);
+    unsaved = m_file;
 }
 
 bool SettingsProcessor::eventFilter(QObject *watched, QEvent *event)

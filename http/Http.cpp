@@ -22,7 +22,7 @@ const QMap<QByteArray, QByteArray> &defaultRequestHeaders()
 }
 
 // At most so much waits in the network layer, per reply.
-constexpr qint64 ReadBufferSize = 64 * 1024; // bytes
+constexpr qint64 ReadBufferSize = 64LL * 1024; // bytes
 QNetworkAccessManager *managerOfMainThread = nullptr;
 
 QNetworkAccessManager *makeManager()

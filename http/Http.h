@@ -20,7 +20,7 @@ class Http
 {
 public:
     /// Bytes of one body, decoded; some 30,000 files of a manifest.
-    static constexpr qint64 MaxBodySize = 2 * 1024 * 1024;
+    static constexpr qint64 MaxBodySize = 2LL * 1024 * 1024;
 
     /// An attempt ends without success when the first bytes of its body take longer than
     /// \a readTimeout, or when the line falls silent for \a silence. A GET or HEAD is sent up to

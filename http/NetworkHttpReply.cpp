@@ -11,7 +11,7 @@
 namespace
 {
 // A thousand times as much may come out of it, and the main thread has other things to do.
-constexpr qint64 PartSize = 16 * 1024; // bytes
+constexpr qint64 PartSize = 16LL * 1024; // bytes
 } // namespace
 
 NetworkHttpReply::NetworkHttpReply(const HttpRequest &req, Http &client)

@@ -12,7 +12,7 @@ using ManifestTrust::Verdict;
 
 namespace
 {
-constexpr qint64 ClockTolerance = 24 * 60 * 60; // seconds
+constexpr qint64 ClockTolerance = 24LL * 60 * 60; // seconds
 /// Enough for many rotations of keys; a program writes only about keys that it holds.
 constexpr int MaxSerials = 16;
 

@@ -11,7 +11,6 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-using FileReplacement::Sync;
 namespace Steps = FileReplacement::Steps;
 
 bool Steps::isReplaceable(const QString &target)

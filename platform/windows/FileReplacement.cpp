@@ -8,7 +8,6 @@
 #include <io.h>
 #include <windows.h>
 
-using FileReplacement::Sync;
 namespace Steps = FileReplacement::Steps;
 
 namespace
