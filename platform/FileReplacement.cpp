@@ -103,7 +103,7 @@ Result tryReplace(const QString &target, const QByteArray &content, Options opti
     if (exists && !canBeOpened(target, error))
         return Result::NotOpened;
     Attempt attempt = Attempt::Impossible;
-    if (!exists || Steps::isReplaceable(target))
+    if (!exists || Steps::isReplaceable(target, options.inPlace))
         attempt = replaceBeside(target, exists, content, options.sync, error);
     else
         *error = QStringLiteral("no other file can take its place");

@@ -9,8 +9,9 @@ namespace FileReplacement::Steps
 {
 enum class Space { Reserved, Missing, Unknown };
 
-/// Whether another file can take \a target's place and nobody would notice.
-bool isReplaceable(const QString &target);
+/// Whether another file can take \a target's place and nobody would notice; \a mayBeInPlace if it
+/// could be overwritten instead.
+bool isReplaceable(const QString &target, bool mayBeInPlace);
 /// Gives the open \a part the rights of \a target, unless swap() does.
 bool takeRights(QFile &part, const QString &target);
 /// Has the disk take what was written to \a file before anything else happens.

@@ -13,7 +13,7 @@
 
 namespace Steps = FileReplacement::Steps;
 
-bool Steps::isReplaceable(const QString &target)
+bool Steps::isReplaceable(const QString &target, bool)
 {
     const QByteArray name = QFile::encodeName(target);
     struct stat status = {};

@@ -28,27 +28,23 @@ std::wstring nativePath(const QString &path)
     return (QStringLiteral("\\\\?\\") + absolute).toStdWString();
 }
 
+/// One rename, which a kill can't cut in two. The access list is then that of a new file there.
 bool swapOnce(const std::wstring &part, const std::wstring &target)
 {
-    // Keeps the access list, the attributes and the further streams.
-    if (ReplaceFileW(target.c_str(), part.c_str(), nullptr, 0, nullptr, nullptr))
-        return true;
-    // There was none, or it is gone already and the new one still has its first name.
-    const DWORD error = GetLastError();
-    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_UNABLE_TO_MOVE_REPLACEMENT)
-        return MoveFileExW(part.c_str(), target.c_str(), 0);
-    return false;
+    return MoveFileExW(part.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING);
 }
 
 bool isBusy(DWORD error)
 {
-    return error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED ||
-           error == ERROR_UNABLE_TO_REMOVE_REPLACED || error == ERROR_UNABLE_TO_MOVE_REPLACEMENT;
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
 }
 } // namespace
 
-bool Steps::isReplaceable(const QString &target)
+bool Steps::isReplaceable(const QString &target, bool mayBeInPlace)
 {
+    // A file of the game that had just been replaced was found with its old content under Wine.
+    if (mayBeInPlace)
+        return false;
     const HANDLE file = CreateFileW(nativePath(target).c_str(), FILE_READ_ATTRIBUTES,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                     OPEN_EXISTING, 0, nullptr);
