@@ -16,6 +16,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <chrono>
+
 namespace Keys = ApplicationSettings;
 
 namespace
@@ -55,8 +57,8 @@ void MainWindow::UpdatePlugin(bool autoUpdate, IfNothingNew then)
         return;
     }
     beginRun(autoUpdate);
-    // Who is asked by the user, or once more after a wrong package, must not be answered from what
-    // was kept.
+    // The user, and the run after a wrong package, need what the server offers now; an answer that
+    // was kept may be forged.
     if (!autoUpdate)
         Http::forgetAnswer();
     HttpRequest request;

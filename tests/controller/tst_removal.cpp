@@ -36,6 +36,12 @@ private slots:
         QCOMPARE(Files::readTree(".").keys(), (QStringList{"brekka.ini", "brekka.ini.whole", "evil",
                                                            "game/0", "game/0.brekka-part"}));
         QCOMPARE(Files::read("brekka.ini"), settings);
+
+        // A full disk has emptied the settings, but not their copy.
+        Files::write("game/a", "x");
+        Files::write("brekka.ini", {});
+        UnInstallPlugin().RemovePluginFiles();
+        QVERIFY(!QFile::exists("game/a"));
     }
 };
 
